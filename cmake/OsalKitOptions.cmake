@@ -1,0 +1,24 @@
+# Compiler settings shared by every target of the project.
+
+# Source paths in allocation records and traces are repository-relative, whatever
+# the build directory.
+add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(OSAL_KIT_SANITIZE STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+elseif(OSAL_KIT_SANITIZE STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+elseif(NOT OSAL_KIT_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "OSAL_KIT_SANITIZE must be empty, address or thread")
+endif()
+
+# Warnings for the project's own targets (not for GoogleTest built alongside).
+function(osal_kit_warnings target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wcast-align
+        $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
+    if(OSAL_KIT_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+endfunction()
