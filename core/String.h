@@ -1,0 +1,167 @@
+#ifndef OSAL_KIT_CORE_STRING_H
+#define OSAL_KIT_CORE_STRING_H
+
+#include "core/Export.h"
+
+namespace PAL {
+
+/// Length of the UTF-8 sequence that a byte starts (1 to 6, in the six-byte form that
+/// reaches 31-bit values), or 255 where the byte cannot start one.
+OSAL_KIT_API extern const unsigned char UTF8LookUpTable[256];
+
+/// The shared block behind a `CString`: one heap allocation of the four counters, a
+/// sentinel byte (always 0, just before the text), the text and its terminator.
+struct SStringData {
+    unsigned int mRefCount;  ///< CString objects pointing here; changed only through PAL::Atomic
+    unsigned int mCapacity;  ///< text bytes the block can hold, not counting the terminator
+    unsigned int mByteLength;///< text bytes in use
+    unsigned int mNumChars;  ///< characters (UTF-8 sequences) in the text
+    char mSentinel;          ///< always 0; backward iteration stops on it
+    char mText[1];           ///< mCapacity + 1 bytes in a real block, NUL at mText[mByteLength]
+};
+
+/// A reference-counted, copy-on-write UTF-8 string.
+///
+/// Copies share one block and cost O(1) without allocating; the first write to a
+/// shared block gives the writer a private copy. Positions and lengths at the
+/// interface count characters (code points), never bytes. Empty strings built by
+/// default, from a null pointer, or copied from such strings share one static block and
+/// allocate nothing.
+///
+/// 8-bit input is validated as UTF-8: the string keeps the longest valid prefix and
+/// silently drops the rest (no error is reported). UCS-4 and wide input ends at the
+/// first value of 0x80000000 or more. No operation throws; when the PAL core cannot
+/// supply memory, a write leaves the string as it was.
+///
+/// Threads: copies of one string may be made, assigned and destroyed on different
+/// threads at once (the reference count is the only shared state). A single `CString`
+/// object is not synchronised: writing it while another thread uses the same object
+/// needs the caller's lock.
+///
+///     PAL::CString name("Grüße");           // 5 characters, 7 bytes
+///     PAL::CString copy = name;             // shares the block
+///     for (PAL::CString::const_iterator it = name.begin(); it != name.end(); ++it)
+///         handle(*it);                      // code points 0x47, 0x72, 0xFC, 0xDF, 0x65
+class OSAL_KIT_API CString {
+public:
+    /// A position in a string, moved by whole UTF-8 characters. It does not keep the
+    /// string alive, and any change of the string invalidates it unless the changing
+    /// operation says it moves the iterator. Stepping forward stops at the end; one
+    /// step back from the first character reaches the sentinel (which reads as 0), and
+    /// further steps back come back to the first character.
+    class OSAL_KIT_API const_iterator {
+    public:
+        /// An iterator that points nowhere; only assignment and comparison are valid.
+        const_iterator();
+
+        /// The code point at the position; 0 at the end or on the sentinel.
+        unsigned int operator*() const;
+        const_iterator& operator++();
+        const_iterator operator++(int);
+        const_iterator& operator--();
+        const_iterator operator--(int);
+        /// Moves `steps` characters, backward when negative.
+        const_iterator& operator+=(int steps);
+        /// A copy moved `steps` characters.
+        const_iterator operator+(int steps) const;
+
+        bool operator==(const const_iterator& other) const { return mPosition == other.mPosition; }
+        bool operator!=(const const_iterator& other) const { return mPosition != other.mPosition; }
+
+        /// The byte the iterator points at (inside the string's text, its terminator or its sentinel).
+        const char* getPosition() const { return mPosition; }
+
+    private:
+        friend class CString;
+        friend OSAL_KIT_API int operator-(const const_iterator& a, const const_iterator& b);
+        explicit const_iterator(const char* position);
+        void incrementSteps(const char** position, int steps) const;
+
+        const char* mPosition;
+    };
+
+    /// The empty string; shares the static empty block.
+    CString();
+    /// `text` validated as UTF-8 up to its NUL; null gives the empty string.
+    CString(const char* text);
+    /// The longest valid UTF-8 prefix of `byteCount` bytes; null gives the empty string.
+    /// A NUL inside the range is an ordinary character.
+    CString(const char* text, unsigned int byteCount);
+    /// An empty string with a private block of `capacity` bytes; a capacity of
+    /// 0xFFFFFFEC or more is ignored and the string stays on the static empty block.
+    explicit CString(unsigned int capacity);
+    /// Shares `other`'s block.
+    CString(const CString& other);
+    /// Code points up to the first 0 element; null gives the empty string.
+    explicit CString(const unsigned int* text);
+    /// Code points of [first, last); a null pointer gives the empty string.
+    CString(const unsigned int* first, const unsigned int* last);
+    ~CString();
+
+    /// Shares `other`'s block (nothing happens when both already share one).
+    CString& operator=(const CString& other);
+    /// As `operator=(CString(text))`.
+    CString& operator=(const char* text);
+
+    /// Exchanges the contents; afterwards neither string shares its block with a third.
+    void swap(CString& other);
+    /// Makes room for `capacity` bytes of text (exactly that much when it grows).
+    void reserve(unsigned int capacity);
+
+    /// Replaces the content with `count` UTF-16 units, each encoded on its own
+    /// (surrogates become three-byte sequences, unpaired).
+    void fromUCS2Sequence(const unsigned short* units, unsigned int count);
+    /// Replaces the content with up to `count` code points, ending at the first of
+    /// 0x80000000 or more.
+    void fromUCS4Sequence(const unsigned int* codePoints, unsigned int count);
+    /// Replaces the content with the code points of [first, last), ending at the first
+    /// of 0x80000000 or more; a null pointer gives the empty string.
+    void fromWCharSequence(const unsigned int* first, const unsigned int* last);
+
+    /// The code point at character `index` (an O(n) walk); 0 at or past the end.
+    unsigned int operator[](unsigned int index) const;
+
+    /// Characters in the string.
+    unsigned int getLength() const { return mpData->mNumChars; }
+    /// Bytes of text, without the terminator.
+    unsigned int getSize() const { return mpData->mByteLength; }
+    bool isEmpty() const { return mpData->mNumChars == 0; }
+    /// The NUL-terminated UTF-8 text; valid until the string is next changed or destroyed.
+    const char* getBuffer() const { return mpData->mText; }
+    const_iterator begin() const { return const_iterator(mpData->mText); }
+    const_iterator end() const { return const_iterator(mpData->mText + mpData->mByteLength); }
+
+    /// Equal character counts and equal text up to the first NUL.
+    bool operator==(const CString& other) const;
+    bool operator!=(const CString& other) const { return !(*this == other); }
+
+    /// The shared empty block: count 2 at the start so it never counts as unshared;
+    /// never written, never freed.
+    static SStringData nullData;
+    /// An empty string on `nullData`.
+    static const CString null;
+
+private:
+    struct NullTag {};
+    // Constant-initialised, so `null` is usable from any constructor of the process.
+    constexpr explicit CString(NullTag) : mpData(&nullData) {}
+
+    bool addReference(bool forWrite, unsigned int capacity);
+    void removeReference();
+    void charConstruct(const char* text, unsigned int byteCount);
+    bool isShared() const;
+    bool encodeCodePoints(const unsigned int* codePoints, unsigned int count, unsigned int minimumCapacity);
+
+    SStringData* mpData;
+};
+
+/// Characters from `b` to `a`, negative when `a` lies before `b`.
+OSAL_KIT_API int operator-(const CString::const_iterator& a, const CString::const_iterator& b);
+
+/// A hash of the text up to its first NUL: h = 5 * h + (signed char)byte, from 0, in
+/// 32-bit arithmetic. "abc" hashes to 3014.
+OSAL_KIT_API unsigned int getHashValueForString(const CString& s);
+
+} // namespace PAL
+
+#endif
