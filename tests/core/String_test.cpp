@@ -24,7 +24,7 @@ using osal_kit_test::FaultGuard;
 
 const SStringData* blockOf(const CString& s)
 {
-    return reinterpret_cast<const SStringData*>(s.getBuffer() - offsetof(SStringData, mText));
+    return static_cast<const SStringData*>(static_cast<const void*>(s.getBuffer() - offsetof(SStringData, mText)));
 }
 
 bool sharesNullData(const CString& s)
