@@ -33,7 +33,7 @@ struct SStringData {
 /// 8-bit input is validated as UTF-8: the string keeps the longest valid prefix and
 /// silently drops the rest (no error is reported). UCS-4 and wide input ends at the
 /// first value of 0x80000000 or more. No operation throws; when the PAL core cannot
-/// supply memory, a write leaves the string as it was.
+/// supply memory, a write leaves the string (and the iterator it would move) as it was.
 ///
 /// Threads: copies of one string may be made, assigned and destroyed on different
 /// threads at once (the reference count is the only shared state). A single `CString`
@@ -148,7 +148,9 @@ public:
     /// would run past `byteCount`, ends the append there. Null `text`, a first byte of 0
     /// or a `byteCount` of 0 changes nothing.
     CString& append(const char* text, unsigned int byteCount);
+    /// As `append(text)`.
     CString& operator+=(const CString& text) { return append(text); }
+    /// As `append(text)`: the validated prefix of a NUL-terminated text.
     CString& operator+=(const char* text) { return append(text); }
     /// A copy of this string with `text` appended; this string is unchanged.
     CString operator+(const CString& text) const;
