@@ -275,7 +275,7 @@ TEST(StringSharingTest, CopiesShareAndWritesUnshare)
     CString c;
     c = a;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
-    const CString& same = c;  // through a reference: a plain `c = c` is a compile-time warning
+    const CString& same = c;
     c = same;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
 
