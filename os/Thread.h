@@ -72,8 +72,6 @@ private:
     CThread(const CThread&) = delete;
     CThread& operator=(const CThread&) = delete;
 
-    void init(const char* name, const ePriority& priority);
-
     sMorvex_PAL_Thread* mHandle;
 };
 

@@ -12,20 +12,17 @@ const char* const sDefaultName = "PAL::CThread";
 
 } // namespace
 
+// A failure of Morvex_PAL_ThreadInit leaves the handle zero, which start() and join()
+// refuse.
+
 CThread::CThread() : mHandle(0)
 {
-    init(sDefaultName, PRIORITY_NORMAL);
+    (void)Morvex_PAL_ThreadInit(&mHandle, sDefaultName, PriorityMap::Map(PRIORITY_NORMAL));
 }
 
 CThread::CThread(const CString& name, const ePriority& priority) : mHandle(0)
 {
-    init(name.getBuffer(), priority);
-}
-
-void CThread::init(const char* name, const ePriority& priority)
-{
-    // A failure leaves the handle zero, which start() and join() refuse.
-    (void)Morvex_PAL_ThreadInit(&mHandle, name, PriorityMap::Map(priority));
+    (void)Morvex_PAL_ThreadInit(&mHandle, name.getBuffer(), PriorityMap::Map(priority));
 }
 
 CThread::~CThread()
