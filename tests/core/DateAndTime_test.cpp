@@ -3,29 +3,21 @@
 
 #include "core/DateAndTime.h"
 
+#include "support/ReferenceCalendar.h"
+
 #include <gtest/gtest.h>
 
 namespace {
 
 using PAL::CDateAndTime;
 using PAL::CTimeSpan;
+using osal_kit_test::referenceMonthLength;
+using osal_kit_test::referenceYearLength;
 typedef CDateAndTime::SDate SDate;
 typedef CDateAndTime::STime STime;
 
 const unsigned long long DAY = 86400000000ull;
 const unsigned long long HOUR = 3600000000ull;
-
-// The test's own calendar, stepped one day at a time with the plain leap-year rule.
-bool referenceLeap(unsigned int year)
-{
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
-
-unsigned int referenceMonthLength(unsigned int year, unsigned int month)
-{
-    static const unsigned int lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 2 && referenceLeap(year) ? 29 : lengths[month - 1];
-}
 
 SDate nextDay(SDate date)
 {
@@ -120,9 +112,9 @@ TEST(DateAndTime, EveryYearUpTo65535AgreesWithTheYearByYearCount)
         SDate got;
         CDateAndTime::getDateFromDays(first, got);
         ASSERT_EQ(january, got) << year;
-        CDateAndTime::getDateFromDays(first + (referenceLeap(year) ? 365 : 364), got);
+        CDateAndTime::getDateFromDays(first + referenceYearLength(year) - 1, got);
         ASSERT_EQ(SDate(static_cast<unsigned short>(year), 12, 31), got) << year;
-        first += referenceLeap(year) ? 366 : 365;
+        first += referenceYearLength(year);
     }
 }
 
