@@ -145,7 +145,7 @@ OSAL_KIT_API bool SubDays(CDateAndTime& dt, int const& days, eSetMode const& mod
 
 /// Whether `dt` is the `occurrence`-th `weekday` of its month, counted from the end
 /// for a negative occurrence (-1: the last). An occurrence of 0 asks only for the
-/// weekday.
+/// weekday; a weekday of 7 or more never matches.
 OSAL_KIT_API bool IsWeekdayOfMonth(CDateAndTime const& dt, unsigned char const& weekday, int const& occurrence);
 /// As `IsWeekdayOfMonth`, within the year.
 OSAL_KIT_API bool IsWeekdayOfYear(CDateAndTime const& dt, unsigned char const& weekday, int const& occurrence);
