@@ -27,8 +27,8 @@ namespace PAL {
 namespace DateAndTimeUtilities {
 
 /// Where the result of an Add/Sub operation lands within its target period (the year,
-/// month, week, or the day itself for the day functions). Other values are not
-/// defined (they never crash, but the result is not specified).
+/// month, week, or the day itself for the day functions). Other values never crash
+/// but give no defined result.
 enum eSetMode : int {
     eKeep = 0,       ///< day of month and time of day stay (clamped to the month's end)
     eSetToStart = 1, ///< the period's first day at 00:00:00.000000
