@@ -4,7 +4,15 @@
 /// Every public header of libosal_kit.
 
 #include "core/Export.h"
+
+#include "core/DateAndTime.h"
+#include "core/DateAndTimeUtilities.h"
 #include "core/String.h"
+#include "core/TimeSpan.h"
+
+#include "os/Mutex.h"
+#include "os/Semaphore.h"
+#include "os/Thread.h"
 #include "os/pal_wrapper.h"
 
 #endif
