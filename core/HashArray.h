@@ -108,32 +108,32 @@ protected:
     // Keys and values are owned heap copies. `insert` makes them before the engine
     // sees them and lets the engine adopt them as they are; otherwise a copy is made
     // here, and one that finds no memory leaves a null that hashes and compares safely.
-    unsigned int hashKey(void* key) const { return key != 0 ? Traits::hash(*static_cast<const K*>(key)) : 0; }
-    int keyKind() const { return 0; }
-    bool keysEqual(void* storedKey, void* key) const
+    unsigned int hashKey(void* key) const override { return key != 0 ? Traits::hash(*static_cast<const K*>(key)) : 0; }
+    int keyKind() const override { return 0; }
+    bool keysEqual(void* storedKey, void* key) const override
     {
         return storedKey != 0 && key != 0 && Traits::equal(*static_cast<const K*>(storedKey), *static_cast<const K*>(key));
     }
-    void destroyKey(void* slot)
+    void destroyKey(void* slot) override
     {
         K** key = static_cast<K**>(slot);
         delete *key;
         *key = 0;
     }
-    void destroyValue(void* slot)
+    void destroyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         delete *value;
         *value = 0;
     }
-    void copyKey(void* slot)
+    void copyKey(void* slot) override
     {
         K** key = static_cast<K**>(slot);
         if (!mAdopting && *key != 0) {
             *key = new (std::nothrow) K(**key);
         }
     }
-    void copyValue(void* slot)
+    void copyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         if (!mAdopting && *value != 0) {

@@ -99,20 +99,20 @@ protected:
     // Values are owned heap objects. `get` and `set` make them before the engine adds
     // the key and let `initValue` adopt them; otherwise one is made here, and one that
     // finds no memory leaves a null that is never dereferenced by this class's hooks.
-    void copyValue(void* slot)
+    void copyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         if (*value != 0) {
             *value = new (std::nothrow) V(**value);
         }
     }
-    void destroyValue(void* slot)
+    void destroyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         delete *value;
         *value = 0;
     }
-    void initValue(void* slot)
+    void initValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         if (mpAdopted != 0) {

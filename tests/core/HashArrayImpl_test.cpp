@@ -4,6 +4,7 @@
 #include "core/HashArrayImpl.h"
 
 #include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
 
 #include "morvex_pal_fault.h"
 
@@ -17,6 +18,8 @@ namespace {
 
 using osal_kit_test::AllocationBalance;
 using osal_kit_test::FaultGuard;
+using osal_kit_test::failAllocationAfter;
+using osal_kit_test::forEveryFailingAllocation;
 using PAL::CHashArrayItem;
 typedef std::uintptr_t Number;
 typedef std::multiset<Number> Numbers;
@@ -121,11 +124,6 @@ void expectHolds(const NumberTable& table, const std::set<Number>& expected)
         ASSERT_NE(nullptr, item) << key;
         EXPECT_EQ(key + 1000, num(item->value));
     }
-}
-
-void failAllocationAfter(unsigned int skip)
-{
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, skip, 1, 1);
 }
 
 TEST(HashArrayImplTest, StartsWithThePowerOfTwoNotBelowTheInitialSize)
@@ -308,26 +306,6 @@ TEST_F(HashArrayImplFaultTest, FailedGrowthOrChainItemsLeaveTheTableExact)
     EXPECT_EQ((Numbers{11 | TAG}), table.destroyedKeys()) << "the copies are released";
     EXPECT_EQ(nullptr, table.find(11 | TAG));
     EXPECT_EQ(8u, table.size());
-}
-
-// Runs `workload` with the n-th allocation failing, for every n until a run meets no
-// allocation; each run must leave nothing allocated.
-template <typename Workload>
-void forEveryFailingAllocation(Workload workload)
-{
-    for (unsigned int skip = 0;; ++skip) {
-        SCOPED_TRACE(::testing::Message() << "allocation " << skip << " fails");
-        const unsigned long long before = Morvex_Fault_Injected(MORVEX_FAULT_zmalloc);
-        {
-            AllocationBalance balance;
-            workload(skip);
-            Morvex_Fault_DisarmAll();
-            EXPECT_EQ(0, balance.liveBlocksDelta());
-        }
-        if (Morvex_Fault_Injected(MORVEX_FAULT_zmalloc) == before || ::testing::Test::HasFailure()) {
-            return;
-        }
-    }
 }
 
 TEST_F(HashArrayImplFaultTest, EveryFailingAllocationLeavesAnExactUsableTable)

@@ -4,6 +4,7 @@
 #include "core/HashArray.h"
 
 #include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
 #include "support/CountedValue.h"
 
 #include "morvex_pal_fault.h"
@@ -120,37 +121,28 @@ TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
 // key, the value, a bucket array or a chain item).
 TEST_F(HashArrayTest, AnInsertThatFindsNoMemoryChangesNothing)
 {
-    for (unsigned int skip = 0;; ++skip) {
-        SCOPED_TRACE(::testing::Message() << "allocation " << skip << " fails");
-        const unsigned long long before = Morvex_Fault_Injected(MORVEX_FAULT_zmalloc);
-        {
-            // What the test itself needs is allocated before the fault is armed.
-            std::vector<CString> keys;
-            for (unsigned int i = 0; i < 40; ++i) {
-                keys.push_back(nameOf(i % 3 == 0 ? i : i * 97));
-            }
-            std::vector<char> landed(keys.size(), 0);
-            NamedValues table(2);
-            Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, skip, 1, 1);
-            for (unsigned int i = 0; i < keys.size(); ++i) {
-                landed[i] = table.insert(keys[i], CountedValue(static_cast<int>(i)));
-                ASSERT_EQ(static_cast<long>(table.size()), CountedValue::live());
-            }
-            Morvex_Fault_DisarmAll();
-            Contents expected;
-            for (unsigned int i = 0; i < keys.size(); ++i) {
-                if (landed[i]) {
-                    expected[keys[i].getBuffer()] = static_cast<int>(i);
-                }
-            }
-            EXPECT_EQ(expected, contentsOf(table));
-            EXPECT_TRUE(table.insert("afterwards", CountedValue(0)));
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        std::vector<CString> keys;
+        for (unsigned int i = 0; i < 40; ++i) {
+            keys.push_back(nameOf(i % 3 == 0 ? i : i * 97));
         }
-        EXPECT_EQ(0, CountedValue::live());
-        if (Morvex_Fault_Injected(MORVEX_FAULT_zmalloc) == before || HasFailure()) {
-            return;
+        std::vector<char> landed(keys.size(), 0);
+        NamedValues table(2);
+        osal_kit_test::failAllocationAfter(skip);
+        for (unsigned int i = 0; i < keys.size(); ++i) {
+            landed[i] = table.insert(keys[i], CountedValue(static_cast<int>(i)));
+            ASSERT_EQ(static_cast<long>(table.size()), CountedValue::live());
         }
-    }
+        Morvex_Fault_DisarmAll();
+        Contents expected;
+        for (unsigned int i = 0; i < keys.size(); ++i) {
+            if (landed[i]) {
+                expected[keys[i].getBuffer()] = static_cast<int>(i);
+            }
+        }
+        EXPECT_EQ(expected, contentsOf(table));
+        EXPECT_TRUE(table.insert("afterwards", CountedValue(0)));
+    });
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "core/HashMapImpl.h"
 
 #include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
 
 #include "morvex_pal_fault.h"
 
@@ -16,7 +17,6 @@
 
 namespace {
 
-using osal_kit_test::AllocationBalance;
 using osal_kit_test::FaultGuard;
 using PAL::CHashMapItem;
 typedef std::uintptr_t Number;
@@ -245,44 +245,33 @@ TEST_F(HashMapImplTest, AFailedRegrowthRefusesOnlyTheKeyThatNeedsRoom)
 // and every value is destroyed exactly once.
 TEST_F(HashMapImplTest, EveryFailingAllocationLeavesAnExactUsableMap)
 {
-    for (unsigned int skip = 0;; ++skip) {
-        SCOPED_TRACE(::testing::Message() << "allocation " << skip << " fails");
-        const unsigned long long before = Morvex_Fault_Injected(MORVEX_FAULT_zmalloc);
-        {
-            AllocationBalance balance;
-            {
-                const unsigned int count = 300;
-                std::vector<Number> stored(count, 0);  // value per key; 0: absent
-                NumberMap map(2);
-                Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, skip, 1, 1);
-                for (int round = 0; round < 2; ++round) {
-                    if (round == 1) {
-                        map.clear();
-                    }
-                    for (unsigned int key = 0; key < count; key += 1 + key % 3) {
-                        void** slot = map.access(key * 7);
-                        stored[key] = slot != nullptr ? num(*slot) : 0;
-                    }
-                }
-                Morvex_Fault_DisarmAll();
-                unsigned int present = 0;
-                for (unsigned int key = 0; key < count; ++key) {
-                    EXPECT_EQ(stored[key], map.valueOf(key * 7)) << key;
-                    present += stored[key] != 0;
-                }
-                EXPECT_EQ(present, map.size());
-                ASSERT_NE(nullptr, map.access(100000)) << "usable again";
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        const unsigned int count = 300;
+        std::vector<Number> stored(count, 0);  // value per key; 0: absent
+        NumberMap map(2);
+        osal_kit_test::failAllocationAfter(skip);
+        for (int round = 0; round < 2; ++round) {
+            if (round == 1) {
                 map.clear();
-                const std::set<Number> distinct(map.destroyed().begin(), map.destroyed().end());
-                EXPECT_EQ(map.inits, map.destroyed().size());
-                EXPECT_EQ(distinct.size(), map.destroyed().size()) << "destroyed twice";
             }
-            EXPECT_EQ(0, balance.liveBlocksDelta());
+            for (unsigned int key = 0; key < count; key += 1 + key % 3) {
+                void** slot = map.access(key * 7);
+                stored[key] = slot != nullptr ? num(*slot) : 0;
+            }
         }
-        if (Morvex_Fault_Injected(MORVEX_FAULT_zmalloc) == before || HasFailure()) {
-            return;
+        Morvex_Fault_DisarmAll();
+        unsigned int present = 0;
+        for (unsigned int key = 0; key < count; ++key) {
+            EXPECT_EQ(stored[key], map.valueOf(key * 7)) << key;
+            present += stored[key] != 0;
         }
-    }
+        EXPECT_EQ(present, map.size());
+        ASSERT_NE(nullptr, map.access(100000)) << "usable again";
+        map.clear();
+        const std::set<Number> distinct(map.destroyed().begin(), map.destroyed().end());
+        EXPECT_EQ(map.inits, map.destroyed().size());
+        EXPECT_EQ(distinct.size(), map.destroyed().size()) << "destroyed twice";
+    });
 }
 
 } // namespace

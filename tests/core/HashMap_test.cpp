@@ -5,6 +5,7 @@
 #include "core/String.h"
 
 #include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
 #include "support/CountedValue.h"
 
 #include "morvex_pal_fault.h"
@@ -114,38 +115,30 @@ TEST_F(HashMapTest, CopiesAndAssignmentsAreIndependent)
 // or a regrown array) fails.
 TEST_F(HashMapTest, AnAdditionThatFindsNoMemoryChangesNothing)
 {
-    for (unsigned int skip = 0;; ++skip) {
-        SCOPED_TRACE(::testing::Message() << "allocation " << skip << " fails");
-        const unsigned long long before = Morvex_Fault_Injected(MORVEX_FAULT_zmalloc);
-        {
-            const unsigned int keys = 60;
-            std::vector<char> landed(keys, 0);
-            CountedMap map(2);
-            Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, skip, 1, 1);
-            for (unsigned int key = 0; key < keys; ++key) {
-                if (key % 2 == 0) {
-                    landed[key] = map.set(key * 5, CountedValue(static_cast<int>(key)));
-                } else if (CountedValue* value = map.get(key * 5)) {
-                    *value = CountedValue(static_cast<int>(key));
-                    landed[key] = 1;
-                }
-                ASSERT_EQ(static_cast<long>(map.size()), CountedValue::live());
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        const unsigned int keys = 60;
+        std::vector<char> landed(keys, 0);
+        CountedMap map(2);
+        osal_kit_test::failAllocationAfter(skip);
+        for (unsigned int key = 0; key < keys; ++key) {
+            if (key % 2 == 0) {
+                landed[key] = map.set(key * 5, CountedValue(static_cast<int>(key)));
+            } else if (CountedValue* value = map.get(key * 5)) {
+                *value = CountedValue(static_cast<int>(key));
+                landed[key] = 1;
             }
-            Morvex_Fault_DisarmAll();
-            Contents expected;
-            for (unsigned int key = 0; key < keys; ++key) {
-                if (landed[key]) {
-                    expected[key * 5] = static_cast<int>(key);
-                }
+            ASSERT_EQ(static_cast<long>(map.size()), CountedValue::live());
+        }
+        Morvex_Fault_DisarmAll();
+        Contents expected;
+        for (unsigned int key = 0; key < keys; ++key) {
+            if (landed[key]) {
+                expected[key * 5] = static_cast<int>(key);
             }
-            EXPECT_EQ(expected, contentsOf(map));
-            EXPECT_TRUE(map.set(100000, CountedValue(0)));
         }
-        EXPECT_EQ(0, CountedValue::live());
-        if (Morvex_Fault_Injected(MORVEX_FAULT_zmalloc) == before || HasFailure()) {
-            return;
-        }
-    }
+        EXPECT_EQ(expected, contentsOf(map));
+        EXPECT_TRUE(map.set(100000, CountedValue(0)));
+    });
 }
 
 } // namespace

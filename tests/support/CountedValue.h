@@ -9,63 +9,47 @@ namespace osal_kit_test {
 
 class CountedValue {
 public:
-    CountedValue() : mPayload(0), mState(ALIVE) { ++sConstructed; }
-    explicit CountedValue(int payload) : mPayload(payload), mState(ALIVE) { ++sConstructed; }
-    CountedValue(const CountedValue& other) : mPayload(other.mPayload), mState(ALIVE)
-    {
-        checkAlive(other);
-        ++sConstructed;
-        ++sCopies;
-    }
+    explicit CountedValue(int payload = 0) : mPayload(payload) { ++sConstructed; }
+    CountedValue(const CountedValue& other) : mPayload(other.payload()) { ++sConstructed; }
     CountedValue& operator=(const CountedValue& other)
     {
-        checkAlive(*this);
-        checkAlive(other);
-        mPayload = other.mPayload;
+        check();
+        mPayload = other.payload();
         return *this;
     }
     ~CountedValue()
     {
-        checkAlive(*this);
-        mState = DESTROYED;
+        check();
+        mAlive = false;
         ++sDestroyed;
     }
 
-    int payload() const { return mPayload; }
-    bool operator==(const CountedValue& other) const { return mPayload == other.mPayload; }
-
-    /// Values constructed and not yet destroyed since the last reset.
-    static long live() { return sConstructed - sDestroyed; }
-    static long constructed() { return sConstructed; }
-    static long destroyed() { return sDestroyed; }
-    static long copies() { return sCopies; }
-    /// Uses of a value that was already destroyed (or never constructed).
-    static long misuses() { return sMisuses; }
-    static void reset()
+    int payload() const
     {
-        sConstructed = 0;
-        sDestroyed = 0;
-        sCopies = 0;
-        sMisuses = 0;
+        check();
+        return mPayload;
     }
 
-private:
-    static const unsigned int ALIVE = 0xA11CE5u;
-    static const unsigned int DESTROYED = 0xDEADu;
+    /// Values constructed and not destroyed since the last reset.
+    static long live() { return sConstructed - sDestroyed; }
+    static long constructed() { return sConstructed; }
+    /// Uses (destruction included) of a value that was already destroyed.
+    static long misuses() { return sMisuses; }
+    static void reset() { sConstructed = sDestroyed = sMisuses = 0; }
 
-    static void checkAlive(const CountedValue& value)
+private:
+    void check() const
     {
-        if (value.mState != ALIVE) {
+        if (!mAlive) {
             ++sMisuses;
         }
     }
 
     int mPayload;
-    unsigned int mState;
+    bool mAlive = true;
 
     static inline std::atomic<long> sConstructed{0};
     static inline std::atomic<long> sDestroyed{0};
-    static inline std::atomic<long> sCopies{0};
     static inline std::atomic<long> sMisuses{0};
 };
 
