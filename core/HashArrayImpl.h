@@ -29,8 +29,9 @@ struct CHashArrayItem {
 /// Failures are never reported by exception. A bucket array that cannot be allocated
 /// leaves the table without buckets (`capacity()` 0): lookups and iteration find
 /// nothing, and the next `fastInsert` first tries to make a 2-bucket table again. A
-/// growth or shrink that cannot get memory keeps the current table (every item stays
-/// findable) and is tried again later. A chain item that cannot be allocated makes
+/// growth or shrink that cannot get memory keeps the current table with every item in
+/// it; the growth is tried again by the next `fastInsert`, the shrink when the count
+/// next falls to the limit. A chain item that cannot be allocated makes
 /// `insertAtPosition` / `fastInsert` return null with the table unchanged.
 ///
 /// Threads: none of this is synchronised, and even the const operations write the
@@ -67,7 +68,7 @@ public:
     /// Empties this table and refills it with `fastInsert` of every item of `other`,
     /// through this object's operations. Items that find no memory are left out.
     CHashArrayImpl& operator=(const CHashArrayImpl& other);
-    /// Frees the bucket array; the items must already have been destroyed by the subclass.
+    /// Frees the storage only: keys and values left in the table are not destroyed.
     virtual ~CHashArrayImpl();
 
     /// A fresh table of `n` empty buckets (`n` is rounded up to a power of two, at

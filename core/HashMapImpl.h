@@ -79,18 +79,20 @@ public:
     /// The item holding `key`, or null.
     CHashMapItem* lookup(unsigned int key) const;
     /// The address of the value slot of `key`, adding the key (through `initValue`) when
-    /// it is absent. Null only when the key cannot be placed for lack of memory.
+    /// it is absent. Null only when the key cannot be placed for lack of memory. Write
+    /// key 0 as `0u`: a plain `0` would also match the other overload.
     void** access(unsigned int key);
     /// As `access(key)` for a `bucket` that is `hash(key)`, without first releasing a
     /// pending old array. Null for any other bucket.
     void** access(CHashMapItem* bucket, unsigned int key);
-    /// Doubles the bucket count, keeping the current array until the next `access`.
-    /// Does nothing when memory runs out.
+    /// Doubles the bucket count, keeping the current array until the next `access` (a
+    /// pending old array is released first). Does nothing when memory runs out.
     void rehash();
     /// Frees the array replaced by the last `rehash`, first carrying over the value of
     /// the key last handed out by `access` when both arrays hold that key.
     void deleteOldTable();
-    /// Destroys every stored value; keys and array stay.
+    /// Destroys every stored value; keys and array stay. A pending old array stays
+    /// allocated but no longer carries a value over: its values were the same.
     void clearEntries();
     /// Destroys every value and starts again with the initial bucket count.
     void clear();
