@@ -7,11 +7,17 @@
 
 #include "core/DateAndTime.h"
 #include "core/DateAndTimeUtilities.h"
+#include "core/HashArray.h"
+#include "core/HashArrayImpl.h"
+#include "core/HashMap.h"
+#include "core/HashMapImpl.h"
 #include "core/String.h"
 #include "core/TimeSpan.h"
 
+#include "os/ClientSocket.h"
 #include "os/Mutex.h"
 #include "os/Semaphore.h"
+#include "os/Socket.h"
 #include "os/Thread.h"
 #include "os/pal_wrapper.h"
 

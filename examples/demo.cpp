@@ -91,6 +91,26 @@ void dates()
                     : "refused");
 }
 
+struct PrintPort {
+    void operator()(const PAL::CString& service, unsigned int& port) const
+    {
+        std::printf("  %s -> %u\n", service.getBuffer(), port);
+    }
+};
+
+void tables()
+{
+    heading("Hash tables: typed over the untyped engines");
+    PAL::THashArray<PAL::CString, unsigned int> ports;
+    ports.insert(PAL::CString("http"), 80);
+    ports.insert(PAL::CString("ssh"), 22);
+    if (unsigned int* port = ports.find(PAL::CString("http"))) {
+        *port = 8080;
+    }
+    std::printf("%u services:\n", ports.size());
+    ports.forEach(PrintPort());
+}
+
 void memory()
 {
     heading("Memory: every allocation attributed to \"osal_kit\"");
@@ -123,6 +143,7 @@ int main()
     strings();
     editing();
     dates();
+    tables();
     memory();
     return 0;
 }
