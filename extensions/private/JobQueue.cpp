@@ -106,8 +106,7 @@ CJobQueue::CJobQueue(const unsigned int& size, const CString& name, const CThrea
 }
 
 // No other thread may use the queue any more, so the flags are written without the
-// mutex; its own destruction (last of the members the worker uses) still waits for
-// any thread that holds it.
+// mutex. The mutex goes after this body, once any thread still holding it lets go.
 CJobQueue::~CJobQueue()
 {
     OSAL_KIT_TRACE0(Trace::LEVEL_INFO);
@@ -246,8 +245,8 @@ bool CJobQueue::startWorkerThread()
     if (mWorkerStarted) {
         return true;
     }
-    // Without a message queue the worker would end at its first receive.
     mWorkerEnded = false;
+    // Without a message queue the worker would end at its first receive.
     if (mMsgQueue == 0 || !start()) {
         OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
         return false;
@@ -372,6 +371,7 @@ void CJobQueue::destroy()
         OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
     }
     if (mWorkerStarted && mWorkerEnded) {
+        // A failed receive ended the worker before the stop; what it left is discarded here.
         reapEndedWorker();
         takeLeftovers();
     } else if (mWorkerStarted) {

@@ -1,12 +1,11 @@
 // Jobs that report what happens to them, for tests of the job queue: which ran, in
-// what order, with which id, and how often and on which thread each was deleted.
+// what order and with which id, and how often and on which thread each was deleted.
 // Header-only: it needs the library, which the support library does not link.
 #ifndef OSAL_KIT_TEST_JOB_LEDGER_H
 #define OSAL_KIT_TEST_JOB_LEDGER_H
 
 #include "extensions/JobQueue.h"
 
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,29 +13,6 @@
 #include <vector>
 
 namespace osal_kit_test {
-
-// A counting semaphore of the standard library, so that tests which make the PAL
-// core's semaphores fail can still synchronise.
-class Gate {
-public:
-    void open()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++count_;
-        changed_.notify_one();
-    }
-    void pass()
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return count_ > 0; });
-        --count_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    unsigned int count_ = 0;
-};
 
 class JobLedger {
 public:
@@ -50,17 +26,15 @@ public:
     void ran(int tag, unsigned int id)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        Entry& entry = entries_[tag];
-        ++entry.runs;
-        entry.idWhenRun = id;
+        ++entries_[tag].runs;
+        entries_[tag].idWhenRun = id;
         order_.push_back(tag);
     }
     void deleted(int tag)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        Entry& entry = entries_[tag];
-        ++entry.deletions;
-        entry.deletedOn = std::this_thread::get_id();
+        ++entries_[tag].deletions;
+        entries_[tag].deletedOn = std::this_thread::get_id();
     }
     Entry entry(int tag) const
     {
@@ -82,10 +56,10 @@ private:
 };
 
 // A job named "job<tag>" that records itself in a ledger. With `started`, its Run()
-// opens that gate first; with `release`, it then waits until that gate opens.
+// signals that semaphore first; with `release`, it then waits for that one.
 class LedgerJob : public PAL::CJobQueue::CJob {
 public:
-    LedgerJob(JobLedger& ledger, int tag, Gate* started = nullptr, Gate* release = nullptr)
+    LedgerJob(JobLedger& ledger, int tag, PAL::CSemaphore* started = nullptr, PAL::CSemaphore* release = nullptr)
         : CJob(("job" + std::to_string(tag)).c_str()), ledger_(ledger), tag_(tag), started_(started),
           release_(release)
     {
@@ -95,17 +69,17 @@ public:
     void Run() override
     {
         if (started_ != nullptr)
-            started_->open();
+            started_->Signal();
         if (release_ != nullptr)
-            release_->pass();
+            release_->Wait();
         ledger_.ran(tag_, getId());
     }
 
 private:
     JobLedger& ledger_;
     int tag_;
-    Gate* started_;
-    Gate* release_;
+    PAL::CSemaphore* started_;
+    PAL::CSemaphore* release_;
 };
 
 } // namespace osal_kit_test
