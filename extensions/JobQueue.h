@@ -24,10 +24,9 @@ namespace PAL {
 /// `Flush` keeps while it waits: a job's `Run()` must not call its own queue while a
 /// flush may be waiting. The worker runs jobs without holding that mutex.
 ///
-/// The platform starts a thread object once: once the worker has been stopped (after a
-/// `Flush(false)` of a deferred queue) it cannot be started again, and `StartProcessing`
-/// and `Flush(false)` then report failure. Destroy the queue from a thread other than
-/// the worker, once no other thread uses it.
+/// A deferred queue's worker runs for a `Flush(false)` only and stops after it; jobs
+/// then wait again until `StartProcessing` or the next flush. Destroy the queue from a
+/// thread other than the worker, once no other thread uses it.
 ///
 ///     class CPrint : public PAL::CJobQueue::CJob {
 ///     public:
