@@ -21,4 +21,6 @@
 #include "os/Thread.h"
 #include "os/pal_wrapper.h"
 
+#include "extensions/JobQueue.h"
+
 #endif
