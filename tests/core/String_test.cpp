@@ -24,7 +24,7 @@ using osal_kit_test::FaultGuard;
 
 const SStringData* blockOf(const CString& s)
 {
-    return reinterpret_cast<const SStringData*>(s.getBuffer() - offsetof(SStringData, mText));
+    return static_cast<const SStringData*>(static_cast<const void*>(s.getBuffer() - offsetof(SStringData, mText)));
 }
 
 bool sharesNullData(const CString& s)
@@ -299,7 +299,8 @@ TEST(StringSharingTest, CopiesShareAndWritesUnshare)
     CString c;
     c = a;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
-    c = c;
+    const CString& same = c;
+    c = same;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
 
     b.reserve(64);
