@@ -128,21 +128,6 @@ TYPED_TEST(VectorTest, PushBackGrowsByDoublingFromFourAndKeepsOrder)
     EXPECT_EQ(expected, this->contents(v));
 }
 
-TYPED_TEST(VectorTest, InsertPutsTheElementBeforeThePosition)
-{
-    for (int capacity : {4, 8}) {
-        for (int pos = 0; pos <= 4; ++pos) {
-            SCOPED_TRACE("capacity " + std::to_string(capacity) + ", pos " + std::to_string(pos));
-            TVector<TypeParam> v = this->vectorOf({0, 1, 2, 3}, capacity);
-            v.insert(pos, TestFixture::E::make(9));
-            std::vector<int> expected{0, 1, 2, 3};
-            expected.insert(expected.begin() + pos, 9);
-            EXPECT_EQ(expected, this->contents(v));
-            EXPECT_EQ(8, v.capacity());
-        }
-    }
-}
-
 TYPED_TEST(VectorTest, EraseRemovesAnInclusiveRange)
 {
     struct Row {
