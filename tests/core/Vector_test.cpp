@@ -5,6 +5,7 @@
 #include "core/String.h"
 
 #include "support/CountingElement.h"
+#include "support/StringInspect.h"
 
 #include <gtest/gtest.h>
 
@@ -411,12 +412,6 @@ TEST_F(VectorElementLifetimeTest, EachOperationCopiesAssignsAndDestroysOnlyWhatI
     }
 }
 
-unsigned int refCount(const CString& s)
-{
-    const void* block = s.getBuffer() - offsetof(PAL::SStringData, mText);
-    return static_cast<const PAL::SStringData*>(block)->mRefCount;
-}
-
 TEST(VectorStringTest, StringsKeepExactReferenceCountsAsTheyMove)
 {
     const CString a("a"), b("b"), c("c"), d("d"), x("x");
@@ -424,7 +419,7 @@ TEST(VectorStringTest, StringsKeepExactReferenceCountsAsTheyMove)
     auto counts = [&] {
         std::vector<unsigned int> out;
         for (const CString* s : all) {
-            out.push_back(refCount(*s));
+            out.push_back(osal_kit_test::blockOf(*s)->mRefCount);
         }
         return out;
     };
