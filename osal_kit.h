@@ -11,8 +11,12 @@
 #include "core/HashArrayImpl.h"
 #include "core/HashMap.h"
 #include "core/HashMapImpl.h"
+#include "core/PtrVector.h"
 #include "core/String.h"
 #include "core/TimeSpan.h"
+#include "core/Vector.h"
+#include "core/VectorBase.h"
+#include "core/VectorHelpers.h"
 
 #include "os/ClientSocket.h"
 #include "os/Mutex.h"
