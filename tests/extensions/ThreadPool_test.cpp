@@ -5,6 +5,7 @@
 #include "extensions/ThreadPoolFactory.h"
 
 #include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
 #include "support/WaitableCounter.h"
 
 #include "morvex_pal_fault.h"
@@ -852,66 +853,42 @@ TEST_F(ThreadPoolTest, FailedThreadCreationInStartEndsTheThreadsAlreadyMade)
     ASSERT_EQ("", text(pool->Start(3, 3, 0)));
 }
 
-// Repeats a call once per allocation it makes, failing that one allocation (on this
-// thread) in its run, until a run meets no failure.
-class AllocationFailureSweep {
-public:
-    bool next()
-    {
-        if (mRun >= 0 && Morvex_Fault_Injected(MORVEX_FAULT_zmalloc) == mInjectedBefore) {
-            return false;
-        }
-        ++mRun;
-        EXPECT_LT(mRun, 100) << "allocations do not come to an end";
-        return mRun < 100;
-    }
-    int failedRuns() const { return mRun; }
-    void arm()
-    {
-        mInjectedBefore = Morvex_Fault_Injected(MORVEX_FAULT_zmalloc);
-        Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, static_cast<unsigned int>(mRun), 1, 1);
-    }
-    void disarm() { Morvex_Fault_Disarm(MORVEX_FAULT_zmalloc); }
-
-private:
-    int mRun = -1;
-    unsigned long long mInjectedBefore = 0;
-};
-
 TEST_F(ThreadPoolTest, OutOfMemoryInStartOrAddTaskLosesNothing)
 {
+    bool threadElementRefused = false;
+    osal_kit_test::forEveryFailingAllocation([&](unsigned int skip) {
+        osal_kit_test::failAllocationAfter(skip);
+        const PAL::CString result = pool->Start(2, 3, 0);
+        Morvex_Fault_DisarmAll();
+        if (!result.isEmpty()) {
+            EXPECT_EQ("CThreadPool::addNewThreadToPool: cannot allocate CThreadElement [pool:P]", text(result));
+            threadElementRefused = true;
+        }
+        EXPECT_EQ(result.isEmpty(), pool->Stop(IThreadPool::eFinishRunningTasks).isEmpty());
+    });
+    EXPECT_TRUE(threadElementRefused);
+
+    ASSERT_EQ("", text(pool->Start(1, 2, 0)));
     std::unique_ptr<TaskProbe[]> offered(new TaskProbe[100]);
     const PAL::CString name("t");
-    std::set<std::string> results;
-    AllocationBalance balance;
-    for (AllocationFailureSweep sweep; sweep.next();) {
-        sweep.arm();
-        const PAL::CString result = pool->Start(2, 3, 0);
-        sweep.disarm();
-        results.insert(text(result));
-        EXPECT_EQ(result.isEmpty(), pool->Stop(IThreadPool::eFinishRunningTasks).isEmpty());
-    }
-    ASSERT_EQ("", text(pool->Start(1, 2, 0)));
-    for (AllocationFailureSweep sweep; sweep.next();) {
-        TaskProbe& task = offered[static_cast<std::size_t>(sweep.failedRuns())];
-        ProbeTask* offeredTask = new ProbeTask(task);
+    bool taskElementRefused = false;
+    osal_kit_test::forEveryFailingAllocation([&](unsigned int skip) {
+        TaskProbe& probe = offered[skip];
+        ProbeTask* task = new ProbeTask(probe);
         unsigned int taskId = 0;
-        sweep.arm();
-        const PAL::CString result = pool->AddTask(name, offeredTask, 1, taskId);
-        sweep.disarm();
-        results.insert(text(result));
+        osal_kit_test::failAllocationAfter(skip);
+        const PAL::CString result = pool->AddTask(name, task, 1, taskId);
+        Morvex_Fault_DisarmAll();
         if (taskId == 0) {
-            delete offeredTask;
+            EXPECT_EQ("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:P]", text(result));
+            taskElementRefused = true;
+            delete task;
         }
-        EXPECT_TRUE(task.deletions.waitFor(1));
-        EXPECT_EQ(taskId != 0 ? 1 : 0, task.runs.value());
-    }
-    EXPECT_EQ((std::set<std::string>{"", "CThreadPool::addNewThreadToPool: cannot allocate CThreadElement [pool:P]",
-                                     "CThreadPool::addTask: Cannot allocate new CTaskElement [pool:P]"}),
-              results);
-    results.clear();
-    EXPECT_EQ("", text(pool->Stop(IThreadPool::eFinishRunningTasks)));
-    EXPECT_EQ(0, balance.liveBlocksDelta());
+        EXPECT_TRUE(probe.deletions.waitFor(1));
+        EXPECT_EQ(taskId != 0 ? 1 : 0, probe.runs.value());
+        EXPECT_TRUE(pool->IsIdle()); // the completion, record freed, is over
+    });
+    EXPECT_TRUE(taskElementRefused);
 }
 
 TEST_F(ThreadPoolTest, TaskQueuedWhenGrowthFailsRunsOnTheNextFreeThread)
