@@ -49,7 +49,9 @@ MORVEX_API eMorvex_PAL_ThreadError Morvex_PAL_ThreadCreate(sMorvex_PAL_Thread* h
 /* Blocks until the thread's function has returned; stores its result in *exitValue
  * unless exitValue is NULL. Waiting again after the end returns at once. */
 MORVEX_API eMorvex_PAL_ThreadError Morvex_PAL_ThreadWait(sMorvex_PAL_Thread* handle, int* exitValue);
-/* Releases the thread object and sets *handle to NULL (does not wait for the thread). */
+/* Releases the thread object and sets *handle to NULL (does not wait for the thread).
+ * A thread already blocked in Morvex_PAL_ThreadWait still gets the exit value; no
+ * call may start with the handle once this one has begun. */
 MORVEX_API eMorvex_PAL_ThreadError Morvex_PAL_ThreadDeInit(sMorvex_PAL_Thread** handle);
 /* The calling thread's handle: exactly the pointer Morvex_PAL_ThreadInit stored for a
  * thread started through this layer; NULL on any other thread. */

@@ -299,7 +299,8 @@ TEST(StringSharingTest, CopiesShareAndWritesUnshare)
     CString c;
     c = a;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
-    c = c;
+    const CString& same = c;
+    c = same;
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
 
     b.reserve(64);

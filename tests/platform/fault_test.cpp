@@ -1,0 +1,103 @@
+#include "morvex_pal.h"
+#include "support/AllocationBalance.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kCode = 42;
+
+class Fault : public ::testing::Test {
+protected:
+    static std::vector<int> strcmpResults(int calls)
+    {
+        std::vector<int> results;
+        while (calls-- > 0)
+            results.push_back(Morvex_PAL_strcmp("same", "same"));
+        return results;
+    }
+
+    osal_kit_test::FaultGuard guard_;
+};
+
+TEST_F(Fault, SkipLetsCallsPassThenCountCallsFail)
+{
+    const unsigned long long calls = Morvex_Fault_Calls(MORVEX_FAULT_strcmp);
+    const unsigned long long injected = Morvex_Fault_Injected(MORVEX_FAULT_strcmp);
+    Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, kCode, 2, 3, 0);
+    EXPECT_EQ(strcmpResults(7), (std::vector<int>{0, 0, kCode, kCode, kCode, 0, 0}));
+    EXPECT_EQ(Morvex_Fault_Calls(MORVEX_FAULT_strcmp) - calls, 7u);
+    EXPECT_EQ(Morvex_Fault_Injected(MORVEX_FAULT_strcmp) - injected, 3u);
+    Morvex_Fault_Arm(MORVEX_FAULT_strcmp, kCode, 5);
+    Morvex_Fault_Disarm(MORVEX_FAULT_strcmp);
+    EXPECT_EQ(strcmpResults(1), std::vector<int>{0});
+}
+
+TEST_F(Fault, ThisThreadOnlyLeavesOtherThreadsAlone)
+{
+    auto elsewhere = [] {
+        std::vector<int> results;
+        std::thread([&] { results = strcmpResults(1); }).join();
+        return results;
+    };
+    Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, kCode, 0, 1, 1);
+    EXPECT_EQ(elsewhere(), std::vector<int>{0});
+    EXPECT_EQ(strcmpResults(2), (std::vector<int>{kCode, 0}));
+    Morvex_Fault_Arm(MORVEX_FAULT_strcmp, kCode, 1);
+    EXPECT_EQ(elsewhere(), std::vector<int>{kCode});
+}
+
+// Each row's function fails once: it returns the row's code (for an enum-returning
+// function, a value of that enum) and leaves out-parameters and objects as they were.
+TEST_F(Fault, AnInjectedFailureHasNoSideEffect)
+{
+    static char marker;
+    auto* const sentinel = reinterpret_cast<sMorvex_PAL_Mutex*>(&marker);
+    struct Row {
+        int line;
+        eMorvex_FaultFunction function;
+        int code;
+        std::function<void(int code)> callAndCheck;
+    } const rows[] = {
+        {__LINE__, MORVEX_FAULT_zmalloc, kCode, [](int) {
+             osal_kit_test::AllocationBalance balance("faulttest");
+             EXPECT_EQ(Morvex_PAL_zmalloc(8, "faulttest", "x", __FILE__, __LINE__), nullptr);
+             EXPECT_EQ(balance.allocationsSince(), 0u);
+         }},
+        {__LINE__, MORVEX_FAULT_MutexInit, MUTEX_ERROR_INTERNAL, [&](int code) {
+             sMorvex_PAL_Mutex* mutex = sentinel;
+             EXPECT_EQ(Morvex_PAL_MutexInit(&mutex), code);
+             EXPECT_EQ(mutex, sentinel);
+         }},
+        {__LINE__, MORVEX_FAULT_SemaSignal, SEMA_ERROR_INTERNAL, [](int code) {
+             sMorvex_PAL_Sema* sema = nullptr;
+             ASSERT_EQ(Morvex_PAL_SemaInit(&sema, 0), SEMA_OK);
+             EXPECT_EQ(Morvex_PAL_SemaSignal(sema), code);
+             EXPECT_EQ(Morvex_PAL_SemaTryWait(sema), SEMA_WOULD_BLOCK);
+             Morvex_PAL_SemaDeInit(&sema);
+         }},
+        {__LINE__, MORVEX_FAULT_MsgQueue_DeInit, kCode, [](int code) {
+             tMsgQueueHandle queue = 0;
+             ASSERT_EQ(MsgQueue_Init(&queue, 1), MSGQUEUE_OK);
+             const tMsgQueueHandle kept = queue;
+             EXPECT_EQ(MsgQueue_DeInit(&queue), code);
+             EXPECT_EQ(queue, kept);
+             EXPECT_EQ(MsgQueue_TrySendMsg(queue, nullptr, 0), MSGQUEUE_OK); // still alive
+             EXPECT_EQ(MsgQueue_DeInit(&queue), MSGQUEUE_OK);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << "row at line " << row.line);
+        const unsigned long long injected = Morvex_Fault_Injected(row.function);
+        Morvex_Fault_ArmEx(row.function, row.code, 0, 1, 1);
+        row.callAndCheck(row.code);
+        EXPECT_EQ(Morvex_Fault_Injected(row.function) - injected, 1u);
+        Morvex_Fault_DisarmAll();
+    }
+}
+
+} // namespace
