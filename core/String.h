@@ -3,6 +3,8 @@
 
 #include "core/Export.h"
 
+#include <cstdarg>
+
 namespace PAL {
 
 /// Length of the UTF-8 sequence that a byte starts (1 to 6, in the six-byte form that
@@ -31,7 +33,7 @@ struct SStringData {
 /// 8-bit input is validated as UTF-8: the string keeps the longest valid prefix and
 /// silently drops the rest (no error is reported). UCS-4 and wide input ends at the
 /// first value of 0x80000000 or more. No operation throws; when the PAL core cannot
-/// supply memory, a write leaves the string as it was.
+/// supply memory, a write leaves the string (and the iterator it would move) as it was.
 ///
 /// Threads: copies of one string may be made, assigned and destroyed on different
 /// threads at once (the reference count is the only shared state). A single `CString`
@@ -135,6 +137,103 @@ public:
     bool operator==(const CString& other) const;
     bool operator!=(const CString& other) const { return !(*this == other); }
 
+    /// Adds `text` at the end; the string may be `text` itself (the text is then doubled).
+    /// An empty `text` changes nothing, not even the sharing.
+    CString& append(const CString& text);
+    /// Adds the longest valid UTF-8 prefix of the NUL-terminated `text`; null or ""
+    /// changes nothing.
+    CString& append(const char* text);
+    /// Adds `byteCount` bytes that the caller guarantees to be whole UTF-8 sequences. Only
+    /// lead bytes are looked at: a byte that cannot start a sequence, or a sequence that
+    /// would run past `byteCount`, ends the append there. Null `text`, a first byte of 0
+    /// or a `byteCount` of 0 changes nothing.
+    CString& append(const char* text, unsigned int byteCount);
+    /// As `append(text)`.
+    CString& operator+=(const CString& text) { return append(text); }
+    /// As `append(text)`: the validated prefix of a NUL-terminated text.
+    CString& operator+=(const char* text) { return append(text); }
+    /// A copy of this string with `text` appended; this string is unchanged.
+    CString operator+(const CString& text) const;
+
+    /// Inserts `text` before the character at `position` (`end()` appends) and moves
+    /// `position` to the first inserted character. Nothing happens, and `position` is
+    /// kept, when `text` is empty or `position` is not the start of a character of this
+    /// string (another string's iterator, a stale one, one out of range).
+    CString& insert(const_iterator& position, const CString& text);
+    /// Removes up to `count` characters from `position`, stopping at the end or at a NUL
+    /// character, and leaves `position` at the same character index (the character now
+    /// there, or `end()`). An iterator that is not the start of a character of this
+    /// string changes nothing.
+    CString& remove(const_iterator& position, unsigned int count);
+    /// Replaces up to `count` characters from `position` (clipped as `remove` clips)
+    /// with `text` and moves `position` to the first character of `text`. A `count` of 0
+    /// inserts; at `end()` with a non-zero `count` nothing happens, as for an iterator
+    /// that is not the start of a character of this string. `text` may be this string.
+    CString& replace(const_iterator& position, unsigned int count, const CString& text);
+    /// Replaces every occurrence of `what` by `with`, left to right without overlaps;
+    /// replacement text is not searched again. An empty `what` replaces nothing. Either
+    /// argument may be this string. Out of memory part-way, the string stays as it was.
+    ///
+    ///     PAL::CString path("a/b/c");
+    ///     path.replaceAll("/", "::");            // "a::b::c"
+    CString& replaceAll(const CString& what, const CString& with);
+    /// Replaces the placeholder with the lowest digit ("%0" to "%9"; the first of equal
+    /// ones) by `arg`. Digits are not combined ("%12" is "%1" then "2"), a "%" at the end
+    /// or before a non-digit is plain text; without a placeholder nothing changes.
+    ///
+    ///     PAL::CString line("%2 of %1");
+    ///     line.replaceArg("10").replaceArg("3"); // "3 of 10"
+    CString& replaceArg(const CString& arg);
+
+    /// Cuts the string before the character at `position` (a position inside a character
+    /// keeps that character). `position` outside [begin(), end()) changes nothing.
+    void truncate(const const_iterator& position);
+    /// Keeps the first `count` characters; nothing happens when `count >= getLength()`.
+    void truncate(unsigned int count);
+
+    /// The first `count` characters (all of them when there are fewer).
+    CString getLeft(unsigned int count) const;
+    /// The characters before `position` (with the character that `position` is inside,
+    /// if any); empty for a position outside [begin(), end()].
+    CString getLeft(const const_iterator& position) const;
+    /// Up to `count` characters from the character at (or containing) `position`; empty
+    /// for a `count` of 0 or a position outside [begin(), end()).
+    CString getMid(const const_iterator& position, unsigned int count) const;
+    /// The last `count` characters (all of them when there are fewer).
+    CString getRight(unsigned int count) const;
+    /// The characters from `position` to the end, starting at the first byte of the
+    /// character that `position` is in; empty for a position outside [begin(), end()].
+    CString getRight(const const_iterator& position) const;
+
+    /// The first occurrence of `what`, or `end()`.
+    const_iterator find(const CString& what) const;
+    /// The first occurrence of `what` at or after `from`, or `end()`.
+    const_iterator find(const CString& what, const const_iterator& from) const;
+    /// The nearest occurrence of `what` from `from` on, forward or backward (backward
+    /// from `end()` finds the last one). Matches start on character boundaries, compare
+    /// bytes exactly and never run past the end; a NUL character ends the search.
+    /// `end()` when nothing is found, `what` is empty or `from` is out of range.
+    const_iterator findString(const_iterator from, const CString& what, bool forward) const;
+
+    /// Removes leading and trailing space, tab, line feed, vertical tab, form feed and
+    /// carriage return (no other spaces, so U+00A0 stays).
+    CString& trim();
+
+    /// Replaces the content with printf-style output made in a 257-byte buffer. Output
+    /// beyond 256 bytes is cut there and then back to the last whole UTF-8 sequence, and
+    /// the result is false; a formatting error gives false and the empty string. A null
+    /// `formatText`, or no memory for the text, gives false and changes nothing.
+    ///
+    ///     PAL::CString name;
+    ///     name.format("worker-%u", index);
+    bool format(const char* formatText, ...);
+    /// As `format`, through the caller's `buffer` of `bufferSize` bytes, which holds the
+    /// (NUL-terminated) output afterwards as well. A null `buffer` or a `bufferSize` of 0
+    /// gives false and changes nothing.
+    bool strprintf(char* buffer, unsigned int bufferSize, const char* formatText, ...);
+    /// The worker of `format` and `strprintf`, for callers with their own argument list.
+    bool doFormat(char* buffer, unsigned int bufferSize, const char* formatText, va_list arguments);
+
     /// The shared empty block: count 2 at the start so it never counts as unshared;
     /// never written, never freed.
     static SStringData nullData;
@@ -151,6 +250,16 @@ private:
     void charConstruct(const char* text, unsigned int byteCount);
     bool isShared() const;
     bool encodeCodePoints(const unsigned int* codePoints, unsigned int count, unsigned int minimumCapacity);
+
+    bool holds(const char* p) const;
+    bool characterStart(const const_iterator& position, unsigned int& offset) const;
+    unsigned int walk(unsigned int offset, unsigned int maxChars, bool stopAtNul, unsigned int& chars) const;
+    unsigned int locate(unsigned int target, bool wholeCharacter, unsigned int& index) const;
+    bool appendBytes(const char* bytes, unsigned int byteCount, unsigned int charCount);
+    bool insertText(const_iterator& position, const CString& text);
+    bool replaceText(const_iterator& position, unsigned int count, const CString& text);
+    void cutAt(unsigned int byteLength, unsigned int charCount);
+    static CString fromBytes(const char* bytes, unsigned int byteCount, unsigned int charCount);
 
     SStringData* mpData;
 };

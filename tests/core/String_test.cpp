@@ -3,6 +3,7 @@
 #include "core/String.h"
 
 #include "support/AllocationBalance.h"
+#include "support/StringInspect.h"
 
 #include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"
@@ -21,16 +22,10 @@ using PAL::CString;
 using PAL::SStringData;
 using osal_kit_test::AllocationBalance;
 using osal_kit_test::FaultGuard;
-
-const SStringData* blockOf(const CString& s)
-{
-    return static_cast<const SStringData*>(static_cast<const void*>(s.getBuffer() - offsetof(SStringData, mText)));
-}
-
-bool sharesNullData(const CString& s)
-{
-    return blockOf(s) == &CString::nullData;
-}
+using osal_kit_test::blockOf;
+using osal_kit_test::bytes;
+using osal_kit_test::expectConsistent;
+using osal_kit_test::sharesNullData;
 
 // The code points as the iterator reads them. Stepping forward stops at a NUL byte,
 // so a NUL inside the text is read as 0 and the rest is decoded from the bytes.
@@ -57,25 +52,6 @@ std::vector<unsigned int> codePoints(const CString& s)
         }
     }
     return out;
-}
-
-std::string bytes(const CString& s)
-{
-    return std::string(s.getBuffer(), s.getSize());
-}
-
-// Checks the invariants every operation keeps.
-void expectConsistent(const CString& s)
-{
-    const SStringData* block = blockOf(s);
-    EXPECT_LE(block->mByteLength, block->mCapacity);
-    EXPECT_EQ(0, block->mText[block->mByteLength]);
-    EXPECT_EQ(0, block->mSentinel);
-    unsigned int sequences = 0;
-    for (unsigned int i = 0; i < block->mByteLength; i += PAL::UTF8LookUpTable[static_cast<unsigned char>(block->mText[i])]) {
-        ++sequences;
-    }
-    EXPECT_EQ(sequences, block->mNumChars);
 }
 
 TEST(StringLayoutTest, BlockIsFourCountersASentinelAndTheText)
