@@ -4,7 +4,27 @@
 /// Every public header of libosal_kit.
 
 #include "core/Export.h"
+
+#include "core/DateAndTime.h"
+#include "core/DateAndTimeUtilities.h"
+#include "core/HashArray.h"
+#include "core/HashArrayImpl.h"
+#include "core/HashMap.h"
+#include "core/HashMapImpl.h"
+#include "core/PtrVector.h"
 #include "core/String.h"
+#include "core/TimeSpan.h"
+#include "core/Vector.h"
+#include "core/VectorBase.h"
+#include "core/VectorHelpers.h"
+
+#include "os/ClientSocket.h"
+#include "os/Mutex.h"
+#include "os/Semaphore.h"
+#include "os/Socket.h"
+#include "os/Thread.h"
 #include "os/pal_wrapper.h"
+
+#include "extensions/JobQueue.h"
 
 #endif

@@ -50,6 +50,67 @@ void strings()
     std::printf("hash of \"abc\": %u\n", PAL::getHashValueForString(PAL::CString("abc")));
 }
 
+void editing()
+{
+    heading("Strings: editing and formatting");
+    PAL::CString message("  Task %1 of %2 finished  ");
+    message.trim();
+    message.replaceArg(PAL::CString("3")).replaceArg(PAL::CString("7"));
+    std::printf("%s\n", message.getBuffer());
+
+    PAL::CString line;
+    line.format("%s has %u characters", "Köln", PAL::CString("Köln").getLength());
+    std::printf("%s\n", line.getBuffer());
+
+    PAL::CString path("core/private/String.cpp");
+    PAL::CString::const_iterator slash = path.findString(path.end(), PAL::CString("/"), false);
+    std::printf("file name: %s\n", path.getRight(slash + 1).getBuffer());
+}
+
+void dates()
+{
+    namespace Dates = PAL::DateAndTimeUtilities;
+    heading("Dates: calendar arithmetic and ISO 8601 text");
+    PAL::CDateAndTime when;
+    Dates::STimeZoneOffset zone;
+    if (Dates::FromString(when, PAL::CString("2024-01-31T10:20:30.25+02:00"), Dates::eFormatISO8601, &zone)) {
+        std::printf("read:             %s\n",
+                    Dates::ToString(when, Dates::eFormatISO8601, Dates::eWithFraction, zone).getBuffer());
+        Dates::AddMonths(when, 1, Dates::eKeep);
+        std::printf("one month later:  %s (the day is clamped to the month's end)\n",
+                    Dates::ToString(when, Dates::eFormatISO8601, 0, zone).getBuffer());
+        std::printf("ISO week number:  %u\n", Dates::GetWeekNumber(when, 0, 4));
+        Dates::AddDays(when, 1, Dates::eSetToStart);
+        std::printf("next day's start: %s\n",
+                    Dates::ToString(when, Dates::eFormatSpaceSeparated, 0, zone).getBuffer());
+    }
+    PAL::CDateAndTime refused;
+    std::printf("2023-02-29 is %s\n",
+                Dates::FromString(refused, PAL::CString("2023-02-29T00:00:00Z"), Dates::eFormatISO8601, 0)
+                    ? "accepted"
+                    : "refused");
+}
+
+struct PrintPort {
+    void operator()(const PAL::CString& service, unsigned int& port) const
+    {
+        std::printf("  %s -> %u\n", service.getBuffer(), port);
+    }
+};
+
+void tables()
+{
+    heading("Hash tables: typed over the untyped engines");
+    PAL::THashArray<PAL::CString, unsigned int> ports;
+    ports.insert(PAL::CString("http"), 80);
+    ports.insert(PAL::CString("ssh"), 22);
+    if (unsigned int* port = ports.find(PAL::CString("http"))) {
+        *port = 8080;
+    }
+    std::printf("%u services:\n", ports.size());
+    ports.forEach(PrintPort());
+}
+
 void memory()
 {
     heading("Memory: every allocation attributed to \"osal_kit\"");
@@ -80,6 +141,9 @@ int main()
 {
     std::printf("osal_kit demo\n");
     strings();
+    editing();
+    dates();
+    tables();
     memory();
     return 0;
 }

@@ -26,6 +26,12 @@ void* track(std::size_t size, const char* label, int line)
     return Morvex_PAL_zmalloc(static_cast<unsigned int>(size), sComponent, label, sSourcePath, line);
 }
 
+// Plain new and its nothrow form are one entry point: one label, one line.
+void* plainNew(std::size_t size)
+{
+    return track(size, "new", __LINE__);
+}
+
 } // namespace
 
 namespace PAL {
@@ -123,12 +129,14 @@ unsigned int Atomic::peek(const unsigned int& value)
 
 OSAL_KIT_API void* operator new(std::size_t size)
 {
-    return track(size, "new", __LINE__);
+    return plainNew(size);
 }
 
+// The same entry point as plain new, without going through it: compilers may take
+// plain new's result for non-null.
 OSAL_KIT_API void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    return ::operator new(size);
+    return plainNew(size);
 }
 
 OSAL_KIT_API void* operator new[](std::size_t size)

@@ -43,7 +43,9 @@ typedef int (*tMorvex_PAL_ThreadFunction)(void* argument);
 /* Prepares a thread named `name` (NULL: empty) with `priority`; stores the handle in *handle. */
 MORVEX_API eMorvex_PAL_ThreadError Morvex_PAL_ThreadInit(sMorvex_PAL_Thread** handle, const char* name,
                                                        eMorvex_PAL_ThreadPrio priority);
-/* Starts the prepared thread running function(argument); a thread starts once. */
+/* Starts the prepared thread running function(argument). A thread object still running
+ * refuses another start (THREAD_ERROR_ALREADY_STARTED); one whose function has returned
+ * may be started again, and waits then wait for the new run. */
 MORVEX_API eMorvex_PAL_ThreadError Morvex_PAL_ThreadCreate(sMorvex_PAL_Thread* handle,
                                                          tMorvex_PAL_ThreadFunction function, void* argument);
 /* Blocks until the thread's function has returned; stores its result in *exitValue

@@ -86,7 +86,28 @@ TEST_F(Thread, EveryWaiterGetsTheExitValueAndSeesTheStoredHandleInside)
     EXPECT_EQ(values[0], 7);
     EXPECT_EQ(seen_.current, thread_);
     EXPECT_EQ(Morvex_PAL_ThreadGetCurrent(), nullptr);
+}
+
+int holdUntilOpened(void* latch)
+{
+    static_cast<Latch*>(latch)->pass();
+    return 3;
+}
+
+TEST_F(Thread, ARunningThreadRefusesAnotherStartAnEndedOneRunsAgain)
+{
+    Latch latch;
+    start(holdUntilOpened, &latch);
     EXPECT_EQ(Morvex_PAL_ThreadCreate(thread_, recordSelf, &seen_), THREAD_ERROR_ALREADY_STARTED);
+    latch.open();
+    int exitValue = -1;
+    ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, &exitValue), THREAD_OK);
+    EXPECT_EQ(exitValue, 3);
+
+    ASSERT_EQ(Morvex_PAL_ThreadCreate(thread_, recordSelf, &seen_), THREAD_OK);
+    ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, &exitValue), THREAD_OK);
+    EXPECT_EQ(exitValue, 7);
+    EXPECT_EQ(seen_.current, thread_);
 }
 
 int waitForSelf(void*)

@@ -108,7 +108,9 @@ eMorvex_PAL_ThreadError Morvex_PAL_ThreadCreate(sMorvex_PAL_Thread* handle, tMor
     if (function == Morvex_NULL)
         return THREAD_ERROR_INV_POINTER;
     pthread_mutex_lock(&handle->mutex);
-    if (handle->started) {
+    /* An object whose function has returned may run again (a worker stopped and
+     * started anew); one still running may not. */
+    if (handle->started && !handle->ended) {
         pthread_mutex_unlock(&handle->mutex);
         return THREAD_ERROR_ALREADY_STARTED;
     }
@@ -125,8 +127,11 @@ eMorvex_PAL_ThreadError Morvex_PAL_ThreadCreate(sMorvex_PAL_Thread* handle, tMor
             result = THREAD_OK;
         pthread_attr_destroy(&attr);
     }
-    if (result == THREAD_OK)
+    if (result == THREAD_OK) {
+        /* Still under the mutex: the new run cannot report its end before this. */
         handle->started = 1;
+        handle->ended = 0;
+    }
     else
         atomic_fetch_sub_explicit(&handle->references, 1u, memory_order_relaxed);
     pthread_mutex_unlock(&handle->mutex);

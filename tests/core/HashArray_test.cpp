@@ -1,0 +1,148 @@
+// THashArray: owned keys and values over the hash array engine, each destroyed exactly
+// once, through growth, shrinking, copies and failed allocations.
+
+#include "core/HashArray.h"
+
+#include "support/AllocationBalance.h"
+#include "support/FaultSweep.h"
+#include "support/CountedValue.h"
+
+#include "morvex_pal_fault.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using osal_kit_test::CountedValue;
+using PAL::CString;
+
+typedef PAL::THashArray<CString, CountedValue> NamedValues;
+typedef std::map<std::string, int> Contents;
+
+class HashArrayTest : public ::testing::Test {
+protected:
+    void SetUp() override { CountedValue::reset(); }
+    void TearDown() override
+    {
+        EXPECT_EQ(0, CountedValue::live()) << "every value is destroyed exactly once";
+        EXPECT_EQ(0, CountedValue::misuses());
+    }
+
+    osal_kit_test::FaultGuard faults;
+};
+
+Contents contentsOf(const NamedValues& table)
+{
+    Contents contents;
+    table.forEach([&contents](const CString& key, const CountedValue& value) {
+        EXPECT_TRUE(contents.emplace(key.getBuffer(), value.payload()).second) << "visited twice: " << key.getBuffer();
+    });
+    return contents;
+}
+
+CString nameOf(unsigned int i)
+{
+    return CString(("name-" + std::to_string(i)).c_str());
+}
+
+TEST_F(HashArrayTest, InsertFindReplaceAndRemove)
+{
+    NamedValues table;
+    CString key("alpha");
+    EXPECT_TRUE(table.insert(key, CountedValue(1)));
+    key = "beta";  // the table holds its own copy of the key
+    EXPECT_TRUE(table.insert(key, CountedValue(2)));
+    ASSERT_NE(nullptr, table.find("alpha"));
+    EXPECT_EQ(1, table.find("alpha")->payload());
+    EXPECT_EQ(nullptr, table.find("gamma"));
+
+    // A present key keeps its value object, which takes the new value by assignment.
+    const CountedValue* before = table.find("alpha");
+    EXPECT_TRUE(table.insert("alpha", CountedValue(10)));
+    EXPECT_EQ(before, table.find("alpha"));
+    EXPECT_EQ(2, CountedValue::live());
+
+    EXPECT_TRUE(table.remove("alpha"));
+    EXPECT_FALSE(table.remove("alpha"));
+    EXPECT_EQ(1, CountedValue::live());
+    EXPECT_EQ((Contents{{"beta", 2}}), contentsOf(table));
+}
+
+TEST_F(HashArrayTest, ThousandsOfKeysSurviveGrowthAndShrinking)
+{
+    PAL::THashArray<unsigned int, CountedValue> table(4);
+    for (unsigned int i = 0; i < 5000; ++i) {
+        ASSERT_TRUE(table.insert(i * 2654435761u, CountedValue(static_cast<int>(i))));
+    }
+    EXPECT_EQ(8192u, table.capacity());
+    for (unsigned int i = 0; i < 5000; ++i) {
+        if (i % 4 != 3) {
+            ASSERT_TRUE(table.remove(i * 2654435761u));
+        }
+    }
+    EXPECT_EQ(4096u, table.capacity());
+    EXPECT_EQ(1250, CountedValue::live());
+    for (unsigned int i = 0; i < 5000; ++i) {
+        const CountedValue* value = table.find(i * 2654435761u);
+        ASSERT_EQ(i % 4 == 3, value != nullptr) << i;
+        EXPECT_TRUE(value == nullptr || value->payload() == static_cast<int>(i)) << i;
+    }
+}
+
+TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
+{
+    NamedValues original;
+    for (unsigned int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(original.insert(nameOf(i), CountedValue(static_cast<int>(i))));
+    }
+    NamedValues copy(original);
+    EXPECT_EQ(contentsOf(original), contentsOf(copy));
+    *copy.find(nameOf(3)) = CountedValue(300);
+    ASSERT_TRUE(copy.remove(nameOf(4)));
+    EXPECT_EQ(3, original.find(nameOf(3))->payload());
+    EXPECT_TRUE(original.contains(nameOf(4)));
+
+    NamedValues assigned;
+    ASSERT_TRUE(assigned.insert("replaced", CountedValue(-1)));
+    assigned = copy;
+    EXPECT_EQ(contentsOf(copy), contentsOf(assigned));
+    EXPECT_EQ(20 + 19 + 19, CountedValue::live());
+
+    assigned.clear();
+    EXPECT_EQ(0u, assigned.size());
+    EXPECT_EQ(20 + 19, CountedValue::live());
+}
+
+// Each insert lands or leaves the table as it was, whichever allocation fails (the
+// key, the value, a bucket array or a chain item).
+TEST_F(HashArrayTest, AnInsertThatFindsNoMemoryChangesNothing)
+{
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        std::vector<CString> keys;
+        for (unsigned int i = 0; i < 40; ++i) {
+            keys.push_back(nameOf(i % 3 == 0 ? i : i * 97));
+        }
+        std::vector<char> landed(keys.size(), 0);
+        NamedValues table(2);
+        osal_kit_test::failAllocationAfter(skip);
+        for (unsigned int i = 0; i < keys.size(); ++i) {
+            landed[i] = table.insert(keys[i], CountedValue(static_cast<int>(i)));
+            ASSERT_EQ(static_cast<long>(table.size()), CountedValue::live());
+        }
+        Morvex_Fault_DisarmAll();
+        Contents expected;
+        for (unsigned int i = 0; i < keys.size(); ++i) {
+            if (landed[i]) {
+                expected[keys[i].getBuffer()] = static_cast<int>(i);
+            }
+        }
+        EXPECT_EQ(expected, contentsOf(table));
+        EXPECT_TRUE(table.insert("afterwards", CountedValue(0)));
+    });
+}
+
+} // namespace
