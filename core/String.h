@@ -7,6 +7,9 @@
 
 namespace PAL {
 
+class IIStream;
+class IOStream;
+
 /// Length of the UTF-8 sequence that a byte starts (1 to 6, in the six-byte form that
 /// reaches 31-bit values), or 255 where the byte cannot start one.
 OSAL_KIT_API extern const unsigned char UTF8LookUpTable[256];
@@ -233,6 +236,17 @@ public:
     bool strprintf(char* buffer, unsigned int bufferSize, const char* formatText, ...);
     /// The worker of `format` and `strprintf`, for callers with their own argument list.
     bool doFormat(char* buffer, unsigned int bufferSize, const char* formatText, va_list arguments);
+
+    /// Writes the Ipc form of `text`: `align(4)` on the stream, the byte length as 4
+    /// bytes, the UTF-8 bytes and a 0 byte. Returns `stream`. The plain `<<` / `>>`
+    /// forms are in core/StringStream.h; the two forms do not read each other.
+    static IOStream& toIpcStream(IOStream& stream, const CString& text);
+    /// Reads the Ipc form into `text`: `align(4)`, a length n, then n + 1 bytes in one
+    /// read; the text ends at the first 0 byte (byte n is taken as 0 whatever it holds)
+    /// and is cut at the first invalid UTF-8 sequence. Bytes the stream does not deliver
+    /// count as 0. `text` is unchanged when memory cannot be had or n is 0xFFFFFFFF.
+    /// Returns `stream`.
+    static const IIStream& fromIpcStream(const IIStream& stream, CString& text);
 
     /// The shared empty block: count 2 at the start so it never counts as unshared;
     /// never written, never freed.

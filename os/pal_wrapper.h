@@ -54,7 +54,9 @@ public:
     static bool testDecrement(unsigned int& value);
     /// Reads a counter that other threads may change under the mutex, without taking
     /// it. Only meaningful where the caller's own reference keeps the value from
-    /// dropping below what it tests for (a count of 1 held by the caller stays 1).
+    /// dropping below what it tests for (a count of 1 held by the caller stays 1). A
+    /// caller that reads 1 also sees everything the other holders did before they let
+    /// go, so it may write the shared object in place.
     static unsigned int peek(const unsigned int& value);
 
     /// The process-wide counter mutex; null until the first counter operation.

@@ -61,9 +61,11 @@ sMorvex_PAL_Mutex* Atomic::spAtomicMutex = 0;
 
 namespace {
 
-// The counters are plain `unsigned int`s written only under spAtomicMutex; they are
-// loaded and stored as relaxed atomics (plain loads and stores on the target) so that
-// `peek` may read them without the mutex.
+// The counters are plain `unsigned int`s written only under spAtomicMutex, as atomic
+// loads and release stores (plain loads and stores with a barrier on the target, no
+// read-modify-write). `peek` reads them without the mutex with acquire: a holder that
+// sees a count of 1 after another holder let go also sees everything that holder did
+// with the shared object before letting go, so it may write in place.
 inline unsigned int load(const unsigned int& value)
 {
     return __atomic_load_n(&value, __ATOMIC_RELAXED);
@@ -71,7 +73,7 @@ inline unsigned int load(const unsigned int& value)
 
 inline void store(unsigned int& value, unsigned int newValue)
 {
-    __atomic_store_n(&value, newValue, __ATOMIC_RELAXED);
+    __atomic_store_n(&value, newValue, __ATOMIC_RELEASE);
 }
 
 // Published once spAtomicMutex exists, so the common path reads it without a lock.
@@ -119,7 +121,7 @@ bool Atomic::testDecrement(unsigned int& value)
 
 unsigned int Atomic::peek(const unsigned int& value)
 {
-    return load(value);
+    return __atomic_load_n(&value, __ATOMIC_ACQUIRE);
 }
 
 } // namespace PAL

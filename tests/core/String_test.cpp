@@ -1,6 +1,7 @@
 // CString storage: intake of every encoding, sharing, the iterator, comparison, hashing.
 
 #include "core/String.h"
+#include "os/pal_wrapper.h"
 
 #include "support/AllocationBalance.h"
 #include "support/StringInspect.h"
@@ -341,6 +342,28 @@ TEST(StringSharingTest, FailedAllocationLeavesTheStringAsItWas)
     Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
     copy.fromUCS4Sequence(values, 2);
     EXPECT_EQ("kept", bytes(copy));
+}
+
+// A holder that finds itself the only one writes in place; whatever the last other
+// holder read before letting go must not race with that write.
+TEST(StringSharingTest, WritingInPlaceAfterAnotherThreadLetGoDoesNotRace)
+{
+    for (int round = 0; round < 50; ++round) {
+        CString mine("shared text that the other thread reads");
+        mine.reserve(64);
+        CString* theirs = new CString(mine);
+        std::thread other([theirs] {
+            EXPECT_NE(0u, PAL::getHashValueForString(*theirs));
+            delete theirs;
+        });
+        while (PAL::Atomic::peek(blockOf(mine)->mRefCount) != 1u) {
+            std::this_thread::yield();
+        }
+        const char* before = mine.getBuffer();
+        mine.append("!");
+        EXPECT_EQ(before, mine.getBuffer()) << "a private block with room is written in place";
+        other.join();
+    }
 }
 
 TEST(StringSharingTest, CopiesOnManyThreadsKeepTheCountExact)

@@ -142,18 +142,26 @@ TEST_F(ThreadTest, FailedPalInitialisationRefusesStartAndJoinWithoutCallingThePa
     EXPECT_TRUE(capture.records().empty());
 }
 
-TEST_F(ThreadTest, StartRunsOnceAndJoinMayBeRepeated)
+TEST_F(ThreadTest, ARunningThreadRefusesAStartAndAJoinedOneRunsAgain)
 {
-    CProbeThread thread("once", PAL::CThread::PRIORITY_NORMAL, 5);
+    CProbeThread thread("again", PAL::CThread::PRIORITY_NORMAL, 5);
+    PAL::CSemaphore go(0);
+    thread.mGo = &go;
     thread.mJoinItself = true;
     EXPECT_FALSE(thread.join()); // not started yet
     ASSERT_TRUE(thread.start());
-    EXPECT_FALSE(thread.start());
+    EXPECT_FALSE(thread.start()); // still running
+    go.Signal();
     EXPECT_TRUE(thread.join());
     EXPECT_TRUE(thread.join());
     EXPECT_EQ(1, thread.mRuns);
     // The thread itself cannot join itself.
     EXPECT_FALSE(thread.mJoinedItself);
+
+    go.Signal();
+    ASSERT_TRUE(thread.start());
+    EXPECT_TRUE(thread.join());
+    EXPECT_EQ(2, thread.mRuns);
 }
 
 TEST_F(ThreadTest, PalRefusalsOfCreateAndWaitComeBackAsFalse)

@@ -1,0 +1,142 @@
+// CString's byte-stream forms: the plain `<<` / `>>` form and the aligned, terminated
+// Ipc form, with records cut short, bad text and no memory.
+
+#include "core/StringStream.h"
+
+#include "support/AllocationBalance.h"
+#include "support/StreamBytes.h"
+#include "support/StringInspect.h"
+
+#include "morvex_pal_fault.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using PAL::CString;
+using osal_kit_test::AllocationBalance;
+using osal_kit_test::Bytes;
+using osal_kit_test::FaultGuard;
+using osal_kit_test::RecordingOStream;
+using osal_kit_test::ShortReadIStream;
+using osal_kit_test::bufferOf;
+using osal_kit_test::bytes;
+using osal_kit_test::bytesOf;
+using osal_kit_test::fromBytes;
+
+Bytes ipcBytes(const CString& text)
+{
+    PAL::CMemoryOStream out;
+    CString::toIpcStream(out, text);
+    return bytesOf(out.getBuffer());
+}
+
+TEST(StringStreamTest, PlainFormIsTheByteLengthThenTheText)
+{
+    RecordingOStream out;
+    out << CString() << CString("hé");
+    EXPECT_EQ((Bytes{0, 0, 0, 0, 3, 0, 0, 0, 'h', 0xC3, 0xA9}), out.bytes);
+    EXPECT_EQ((std::vector<std::string>{"write 4", "write 0", "write 4", "write 3"}), out.calls);
+}
+
+TEST(StringStreamTest, IpcFormAlignsFirstAndEndsInAZeroByte)
+{
+    RecordingOStream out;
+    CString::toIpcStream(out, CString());
+    CString::toIpcStream(out, CString("ab"));
+    EXPECT_EQ((Bytes{0, 0, 0, 0, 0, 2, 0, 0, 0, 'a', 'b', 0}), out.bytes);
+    EXPECT_EQ((std::vector<std::string>{"align 4", "write 4", "write 0", "write 1", "align 4", "write 4", "write 2",
+                                        "write 1"}),
+              out.calls);
+
+    PAL::CMemoryOStream memory;
+    memory << 'x';
+    CString::toIpcStream(memory, CString("ab"));
+    EXPECT_EQ((Bytes{'x', 0, 0, 0, 2, 0, 0, 0, 'a', 'b', 0}), bytesOf(memory.getBuffer()));
+    PAL::CMemoryIStream in(memory.getBuffer());
+    char x = 0;
+    CString text;
+    in.read(&x, 1);
+    CString::fromIpcStream(in, text);
+    EXPECT_EQ(CString("ab"), text);
+    EXPECT_TRUE(in.isGood());
+}
+
+// Both forms read back the text up to its first 0 byte, cut at the first bad sequence.
+TEST(StringStreamTest, BothFormsReadBackTheValidTextBeforeAnyZeroByte)
+{
+    const struct { int line; std::string written, read; } rows[] = {
+        {__LINE__, "", ""},
+        {__LINE__, "Grüße", "Grüße"},
+        {__LINE__, "\xF4\x8F\xBF\xBF" "x", "\xF4\x8F\xBF\xBF" "x"},
+        {__LINE__, std::string("ab\0cd", 5), "ab"},
+        {__LINE__, "ab\x80" "cd", "ab"},
+        {__LINE__, "ab\xC3", "ab"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        Bytes record{static_cast<unsigned char>(row.written.size()), 0, 0, 0};
+        record.insert(record.end(), row.written.begin(), row.written.end());
+        CString plain("old"), ipc("old");
+        PAL::CMemoryIStream(bufferOf(record)) >> plain;
+        record.push_back('!'); // the Ipc terminator byte counts as 0 whatever it holds
+        CString::fromIpcStream(PAL::CMemoryIStream(bufferOf(record)), ipc);
+        EXPECT_EQ(row.read, bytes(plain));
+        EXPECT_EQ(row.read, bytes(ipc));
+        osal_kit_test::expectConsistent(plain);
+    }
+    const CString text("Grüße");
+    EXPECT_EQ(text.getSize() + 5u, ipcBytes(text).size());
+}
+
+// A memory stream delivers nothing for a read it cannot fill: anything cut short reads
+// as the empty string. A stream that delivers a prefix gives what arrived.
+TEST(StringStreamTest, RecordsCutShortAtEveryLength)
+{
+    const Bytes plainRecord = osal_kit_test::written(CString("abc")), ipcRecord = ipcBytes(CString("abc"));
+    for (unsigned int cut = 0; cut <= ipcRecord.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        CString plain("old"), ipc("old");
+        if (cut <= plainRecord.size()) {
+            PAL::CMemoryIStream(bufferOf(Bytes(plainRecord.begin(), plainRecord.begin() + cut))) >> plain;
+            EXPECT_EQ(cut == plainRecord.size() ? "abc" : "", bytes(plain));
+        }
+        CString::fromIpcStream(PAL::CMemoryIStream(bufferOf(Bytes(ipcRecord.begin(), ipcRecord.begin() + cut))), ipc);
+        EXPECT_EQ(cut == ipcRecord.size() ? "abc" : "", bytes(ipc));
+    }
+    CString plain, ipc;
+    ShortReadIStream(Bytes{3, 0, 0, 0, 'a'}) >> plain;
+    ShortReadIStream partial(Bytes{3, 0, 0, 0, 'a', 'b', 'c'});
+    CString::fromIpcStream(partial, ipc);
+    EXPECT_EQ("a", bytes(plain));
+    EXPECT_EQ("abc", bytes(ipc));
+    EXPECT_EQ(std::vector<unsigned int>{4}, partial.aligns);
+}
+
+TEST(StringStreamTest, NoMemoryOrAnImpossibleLengthLeavesTheTextAlone)
+{
+    FaultGuard guard;
+    const Bytes huge{0xFF, 0xFF, 0xFF, 0xFF, 'a'};
+    const struct { int line; Bytes record; unsigned int skip; } rows[] = {
+        {__LINE__, osal_kit_test::written(CString("new")), 0}, // the bytes
+        {__LINE__, osal_kit_test::written(CString("new")), 1}, // the string
+        {__LINE__, osal_kit_test::written(CString("")), 1},
+        {__LINE__, huge, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        CString plain("old");
+        const PAL::CMemoryIStream in(bufferOf(row.record));
+        AllocationBalance balance;
+        Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, row.skip, 1, 1);
+        in >> plain;
+        Morvex_Fault_DisarmAll();
+        EXPECT_EQ("old", bytes(plain));
+        EXPECT_EQ(0, balance.liveBlocksDelta());
+    }
+}
+
+} // namespace
