@@ -181,9 +181,8 @@ TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
     AllocationBalance balance;
     {
         std::vector<std::vector<CBuffer>> copies(rounds);
-        for (std::vector<CBuffer>& round : copies) {
+        for (std::vector<CBuffer>& round : copies)
             round.assign(threads, holding("...."));
-        }
         std::mutex lock;
         std::condition_variable gate;
         bool go = false;
@@ -195,9 +194,8 @@ TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
                     gate.wait(hold, [&] { return go; });
                 }
                 const char mark = static_cast<char>('A' + t);
-                for (std::vector<CBuffer>& round : copies) {
+                for (std::vector<CBuffer>& round : copies)
                     round[t].copyTo(&mark, 1, t);
-                }
             });
         }
         {
@@ -205,15 +203,13 @@ TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
             go = true;
         }
         gate.notify_all();
-        for (std::thread& worker : workers) {
+        for (std::thread& worker : workers)
             worker.join();
-        }
         for (unsigned int t = 0; t < threads; ++t) {
             std::string expected("....");
             expected[t] = static_cast<char>('A' + t);
-            for (const std::vector<CBuffer>& round : copies) {
+            for (const std::vector<CBuffer>& round : copies)
                 EXPECT_EQ(expected, textOf(round[t]));
-            }
         }
     }
     EXPECT_EQ(0, balance.liveBlocksDelta());

@@ -529,9 +529,8 @@ TEST(TextForms, ThreadsConvertIndependently)
             }
         });
     }
-    for (std::thread& thread : threads) {
+    for (std::thread& thread : threads)
         thread.join();
-    }
     EXPECT_EQ(0, mismatches.load());
 }
 

@@ -417,9 +417,8 @@ TEST_F(StringEditTest, EditsThatCannotGetMemoryLeaveEverythingAsItWas)
     Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 3, 1);
     const CString pieces[] = {source.getLeft(2u), source.getMid(source.begin(), 2), source.getRight(2u)};
     Morvex_Fault_Disarm(MORVEX_FAULT_zmalloc);
-    for (const CString& piece : pieces) {
+    for (const CString& piece : pieces)
         expectText("", piece);
-    }
 }
 
 } // namespace

@@ -6,9 +6,8 @@
 
 #include "support/AllocationBalance.h"
 #include "support/JobLedger.h"
-#include "support/TraceCapture.h"
+#include "support/TraceExpect.h"
 
-#include "morvex_pal_fault.h"
 #include "msgqueue.h"
 
 #include <gtest/gtest.h>
@@ -38,11 +37,7 @@ const char* const kName = "jobs";
 const PAL::CThread::ePriority kNormal = PAL::CThread::PRIORITY_NORMAL;
 const unsigned int kInvalid = CJobQueue::JOB_ID_INVALID;
 
-struct Expected {
-    int level;
-    const char* format; // nullptr: a trace point without values
-    std::vector<std::string> values;
-};
+using Expected = osal_kit_test::ExpectedTrace;
 const Expected kInfo = {0, nullptr, {}};
 const Expected kError = {3, nullptr, {}};
 const Expected kFailure = {4, nullptr, {}};
@@ -50,28 +45,7 @@ const Expected kFailure = {4, nullptr, {}};
 // The queue's own records; the mutex writes some of its own.
 std::vector<CapturedTrace> queueRecords(const TraceCapture& capture)
 {
-    std::vector<CapturedTrace> records = capture.records();
-    records.erase(std::remove_if(records.begin(), records.end(),
-                                 [](const CapturedTrace& r) { return r.sourcePath != "extensions/private/JobQueue.cpp"; }),
-                  records.end());
-    return records;
-}
-
-void expectRecords(const std::vector<Expected>& expected, const std::vector<CapturedTrace>& records)
-{
-    ASSERT_EQ(expected.size(), records.size());
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        SCOPED_TRACE("record " + std::to_string(i));
-        EXPECT_EQ(expected[i].level, records[i].level);
-        EXPECT_EQ("OSAL_KIT", records[i].component);
-        EXPECT_EQ(0, records[i].reserved);
-        EXPECT_EQ(32u, records[i].traceId.size());
-        EXPECT_EQ(std::string::npos, records[i].traceId.find_first_not_of("0123456789ABCDEF"));
-        EXPECT_EQ(records[0].traceId, records[i].traceId);
-        EXPECT_EQ(expected[i].format != nullptr, records[i].hasFormat);
-        EXPECT_EQ(expected[i].format ? expected[i].format : "", records[i].format);
-        EXPECT_EQ(expected[i].values, records[i].values);
-    }
+    return osal_kit_test::recordsFrom(capture, "extensions/private/JobQueue.cpp");
 }
 
 // A job pointer as the insertion record shows it.
@@ -84,7 +58,7 @@ std::string hex(const void* job)
 
 void failNext(eMorvex_FaultFunction function, int code, bool thisThreadOnly = true)
 {
-    Morvex_Fault_ArmEx(function, code, 0, 1, thisThreadOnly ? 1 : 0);
+    osal_kit_test::failNext(function, code, 1, thisThreadOnly);
 }
 
 // Signals a semaphore when a flush traces the queueing of its signal job, by which
@@ -145,7 +119,7 @@ TEST_F(JobQueueTest, EveryPublicOperationWritesItsRecords)
         EXPECT_TRUE(queue.StartProcessing());
         EXPECT_TRUE(queue.Flush(false)); // the signal job gets id 2
     }
-    expectRecords({{0, "%d%s%d", {"4", kName, "4"}},
+    osal_kit_test::expectTraces({{0, "%d%s%d", {"4", kName, "4"}},
                    {0, "%X%d", {firstHex, "7"}},
                    {0, "%s%d%d", {kName, "0", "4"}},
                    {0, "%s%u%s", {kName, "1", "job1"}},
@@ -192,15 +166,10 @@ TEST_F(JobQueueTest, IdsCountQueuedFailedAndSignalJobsButNotRefusedOnes)
 // Four billion insertions would take hours: the counting rule is checked on its own.
 TEST_F(JobQueueTest, IdsWrapFrom4294967295To1)
 {
-    const struct {
-        int line;
-        unsigned int last, next;
-    } rows[] = {{__LINE__, 0u, 1u}, {__LINE__, 0x7FFFFFFFu, 0x80000000u}, {__LINE__, 0xFFFFFFFEu, 0xFFFFFFFFu},
-                {__LINE__, 0xFFFFFFFFu, 1u}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.next, PAL::JobId::next(row.last));
-    }
+    EXPECT_EQ(1u, PAL::JobId::next(0u));
+    EXPECT_EQ(0x80000000u, PAL::JobId::next(0x7FFFFFFFu));
+    EXPECT_EQ(0xFFFFFFFFu, PAL::JobId::next(0xFFFFFFFEu));
+    EXPECT_EQ(1u, PAL::JobId::next(0xFFFFFFFFu));
 }
 
 TEST_F(JobQueueTest, SmallerPrioritiesRunFirstAndEqualOnesInInsertionOrder)
@@ -253,7 +222,7 @@ TEST_F(JobQueueTest, FillLevelRecordsWarnAbove80PercentAndRefusalsDeleteTheJobAt
         EXPECT_EQ(row.refused ? kInvalid : row.waiting + 1, queue.Insert(last, 1));
         EXPECT_EQ(row.refused ? 1 : 0, ledger.entry(row.line).deletions);
         const std::vector<CapturedTrace> records = queueRecords(capture);
-        expectRecords(expected, records);
+        osal_kit_test::expectTraces(expected, records);
         if (row.refused && !records.empty())
             refusalLines.push_back(records.back().line);
     }
@@ -387,7 +356,7 @@ TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
             EXPECT_EQ(kInvalid, queue.Insert(refused, 0));
             EXPECT_FALSE(queue.StartProcessing());
         }
-        expectRecords(expected, queueRecords(capture));
+        osal_kit_test::expectTraces(expected, queueRecords(capture));
         expectFate(row.line, 0);
     }
 }
@@ -427,7 +396,7 @@ TEST_F(JobQueueTest, FlushFailuresAreTracedAndNeverLeaveTheSignalJobBehind)
             std::stable_sort(records.begin(), records.end(), byLevel);
             std::stable_sort(expected.begin(), expected.end(), byLevel);
         }
-        expectRecords(expected, records);
+        osal_kit_test::expectTraces(expected, records);
     }
 
     // No memory for the signal job. Not captured: the capture would allocate first.
@@ -471,7 +440,7 @@ TEST_F(JobQueueTest, WorkerAndTeardownFailuresAreTracedAndLoseNoJob)
         TraceCapture teardown;
         failNext(row.fault, MSGQUEUE_ERROR_INTERNAL);
         queue.reset();
-        expectRecords(row.records, queueRecords(teardown));
+        osal_kit_test::expectTraces(row.records, queueRecords(teardown));
     }
 }
 
