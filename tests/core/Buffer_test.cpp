@@ -10,8 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -183,26 +182,18 @@ TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
         std::vector<std::vector<CBuffer>> copies(rounds);
         for (std::vector<CBuffer>& round : copies)
             round.assign(threads, holding("...."));
-        std::mutex lock;
-        std::condition_variable gate;
-        bool go = false;
+        std::atomic<bool> go{false};
         std::vector<std::thread> workers;
         for (unsigned int t = 0; t < threads; ++t) {
             workers.emplace_back([&, t] {
-                {
-                    std::unique_lock<std::mutex> hold(lock);
-                    gate.wait(hold, [&] { return go; });
-                }
+                while (!go.load())
+                    std::this_thread::yield();
                 const char mark = static_cast<char>('A' + t);
                 for (std::vector<CBuffer>& round : copies)
                     round[t].copyTo(&mark, 1, t);
             });
         }
-        {
-            std::lock_guard<std::mutex> hold(lock);
-            go = true;
-        }
-        gate.notify_all();
+        go.store(true);
         for (std::thread& worker : workers)
             worker.join();
         for (unsigned int t = 0; t < threads; ++t) {
