@@ -66,9 +66,9 @@ TEST(StringIntakeTest, EightBitTextKeepsItsLongestValidPrefix)
         {__LINE__, "\xFD\xBF\xBF\xBF\xBF\xBF", 1, 6},
         {__LINE__, "ok\xF0\x9F\x98", 2, 2},     // cut inside the last sequence
         {__LINE__, "ok\xE2" "ab", 2, 2},        // follower without its top bit
-        {__LINE__, "a\xFE" "b", 1, 1},
-        {__LINE__, "a\xFF" "b", 1, 1},
-        {__LINE__, "a\xBF" "b", 1, 1},
+        {__LINE__, "a\xFE\x80", 1, 1},
+        {__LINE__, "a\xFF\x80", 1, 1},
+        {__LINE__, "a\xBF\x80", 1, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
