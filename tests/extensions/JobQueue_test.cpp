@@ -276,53 +276,50 @@ TEST_F(JobQueueTest, DeferredQueueHoldsJobsUntilStartedOrFlushed)
     }
 }
 
-TEST_F(JobQueueTest, FlushWithDiscardLetsTheRunningJobFinishAndDeletesTheWaitingOnes)
+// A job already running finishes normally; the waiting ones are deleted unrun, by a
+// discarding flush or by the destruction. The running job is released only once the
+// queue has switched to discarding: when the flush queues its signal job, or when the
+// destructor sends its stop message.
+TEST_F(JobQueueTest, DiscardingFlushAndDestructionLetTheRunningJobFinishAndDeleteTheWaitingOnes)
 {
-    CSemaphore started(0), release(0), flushing(0);
-    CJobQueue queue(8, kName, kNormal, false);
-    ASSERT_EQ(1u, queue.Insert(job(1, &started, &release), 0));
-    ASSERT_TRUE(started.Wait());
-    ASSERT_EQ(2u, queue.Insert(job(2), 0));
-    ASSERT_EQ(3u, queue.Insert(job(3), 9));
-    {
-        SignalJobQueued signalJobQueued(flushing);
+    for (const bool destroy : {false, true}) {
+        SCOPED_TRACE(destroy ? "destruction" : "flush");
+        const int base = destroy ? 10 : 0;
+        CSemaphore started(0), release(0), flushing(0);
+        std::optional<CJobQueue> queue;
+        queue.emplace(8, kName, kNormal, false);
+        ASSERT_EQ(1u, queue->Insert(job(base + 1, &started, &release), 0));
+        ASSERT_TRUE(started.Wait());
+        ASSERT_EQ(2u, queue->Insert(job(base + 2), 0));
+        ASSERT_EQ(3u, queue->Insert(job(base + 3), 9));
+        const unsigned long long sends = Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg);
+        std::optional<SignalJobQueued> signalJobQueued;
+        if (!destroy)
+            signalJobQueued.emplace(flushing);
         std::thread releaser([&] {
-            flushing.Wait();
+            if (destroy) {
+                while (Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg) == sends)
+                    std::this_thread::yield();
+            } else {
+                flushing.Wait();
+            }
             release.Signal();
         });
-        EXPECT_TRUE(queue.Flush(true));
+        if (destroy)
+            queue.reset();
+        else
+            EXPECT_TRUE(queue->Flush(true));
         releaser.join();
+        signalJobQueued.reset();
+        expectFate(base + 1, 1);
+        expectFate(base + 2, 0);
+        expectFate(base + 3, 0);
+        if (!destroy) { // discarding ended with the flush
+            ASSERT_EQ(5u, queue->Insert(job(5), 0));
+            EXPECT_TRUE(queue->Flush(false));
+            expectFate(5, 1);
+        }
     }
-    expectFate(1, 1);
-    expectFate(2, 0);
-    expectFate(3, 0);
-    // Discarding ended with the flush.
-    ASSERT_EQ(5u, queue.Insert(job(5), 0));
-    EXPECT_TRUE(queue.Flush(false));
-    expectFate(5, 1);
-}
-
-TEST_F(JobQueueTest, DestroyingARunningQueueDeletesWaitingJobsUnrun)
-{
-    CSemaphore started(0), release(0);
-    std::optional<CJobQueue> queue;
-    queue.emplace(8, kName, kNormal, false);
-    ASSERT_NE(kInvalid, queue->Insert(job(1, &started, &release), 0));
-    ASSERT_TRUE(started.Wait());
-    ASSERT_NE(kInvalid, queue->Insert(job(2), 0));
-    ASSERT_NE(kInvalid, queue->Insert(job(3), 9));
-    const unsigned long long sends = Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg);
-    std::thread releaser([&] {
-        // The destructor sends the stop message once it has switched to discarding.
-        while (Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg) == sends)
-            std::this_thread::yield();
-        release.Signal();
-    });
-    queue.reset();
-    releaser.join();
-    expectFate(1, 1);
-    expectFate(2, 0);
-    expectFate(3, 0);
 }
 
 TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)

@@ -1,4 +1,5 @@
-// Counting semaphores: waiting, timed waiting, trying, and PAL core refusals.
+// Counting semaphores: waiting, timed waiting, trying, and PAL core refusals. Signals
+// from many threads at once are the PAL semaphore's affair (its own tests).
 
 #include "os/Semaphore.h"
 
@@ -7,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -105,28 +104,6 @@ TEST_F(SemaphoreTest, ASemaphoreThatWasNeverMadeRefusesWithoutCallingThePalCore)
         EXPECT_TRUE(wouldBlock);
     }
     EXPECT_EQ(calls.none(), calls.since());
-}
-
-TEST_F(SemaphoreTest, EverySignalFromOtherThreadsIsTakenExactlyOnce)
-{
-    PAL::CSemaphore items(0);
-    const int producers = 3, perProducer = 2000;
-    std::vector<std::thread> threads;
-    for (int p = 0; p < producers; ++p) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < perProducer; ++i)
-                items.Signal();
-        });
-    }
-    int taken = 0;
-    for (int i = 0; i < producers * perProducer; ++i) {
-        // Alternate the two blocking forms; a generous deadline never expires.
-        taken += (i % 2 == 0 ? items.Wait() : items.TimedWait(60000)) ? 1 : 0;
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(producers * perProducer, taken);
-    EXPECT_STREQ("would block", tryWait(items));
 }
 
 } // namespace
