@@ -40,7 +40,12 @@ public:
     }
     ~Fd() { close(); }
     int get() const { return mFd; }
-    void close() { mFd = mFd >= 0 ? (::close(mFd), -1) : -1; }
+    void close()
+    {
+        if (mFd >= 0)
+            ::close(mFd);
+        mFd = -1;
+    }
 
 private:
     int mFd;
