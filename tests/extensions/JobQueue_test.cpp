@@ -27,6 +27,7 @@
 namespace {
 
 using osal_kit_test::CapturedTrace;
+using osal_kit_test::expectTraces;
 using osal_kit_test::JobLedger;
 using osal_kit_test::LedgerJob;
 using osal_kit_test::TraceCapture;
@@ -119,21 +120,12 @@ TEST_F(JobQueueTest, EveryPublicOperationWritesItsRecords)
         EXPECT_TRUE(queue.StartProcessing());
         EXPECT_TRUE(queue.Flush(false)); // the signal job gets id 2
     }
-    osal_kit_test::expectTraces({{0, "%d%s%d", {"4", kName, "4"}},
-                   {0, "%X%d", {firstHex, "7"}},
-                   {0, "%s%d%d", {kName, "0", "4"}},
-                   {0, "%s%u%s", {kName, "1", "job1"}},
-                   kInfo, // GetFillLevel
-                   {0, "%d", {"0"}},
-                   {0, "%X%d", {refusedHex, "-3"}},
-                   {0, "%d", {"1"}},
-                   kInfo, // StartProcessing
-                   {0, "%d", {"0"}},
-                   kInfo, // signal job made
-                   {0, "%s%d%d", {kName, "0", "4"}},
-                   {0, "%s%u%s", {kName, "2", "SignalJob"}},
-                   kInfo,  // signal job deleted by the worker
-                   kInfo}, // destruction
+    // GetFillLevel, StartProcessing, the signal job's making and deletion and the
+    // destruction write records without values.
+    expectTraces({{0, "%d%s%d", {"4", kName, "4"}}, {0, "%X%d", {firstHex, "7"}}, {0, "%s%d%d", {kName, "0", "4"}},
+                   {0, "%s%u%s", {kName, "1", "job1"}}, kInfo, {0, "%d", {"0"}}, {0, "%X%d", {refusedHex, "-3"}},
+                   {0, "%d", {"1"}}, kInfo, {0, "%d", {"0"}}, kInfo, {0, "%s%d%d", {kName, "0", "4"}},
+                   {0, "%s%u%s", {kName, "2", "SignalJob"}}, kInfo, kInfo},
                   queueRecords(capture));
     expectFate(1, 0);
     expectFate(2, 0);
@@ -155,10 +147,10 @@ TEST_F(JobQueueTest, IdsCountQueuedFailedAndSignalJobsButNotRefusedOnes)
         EXPECT_TRUE(queue.Flush(false)); // its signal job uses 5
         EXPECT_EQ(6u, queue.Insert(job(6), 0));
     }
-    for (const auto& [tag, id] : {std::make_pair(1, 1u), std::make_pair(2, 2u), std::make_pair(5, 4u)}) {
-        expectFate(tag, 1);
+    for (const auto& [tag, id] : {std::make_pair(1, 1u), std::make_pair(2, 2u), std::make_pair(5, 4u)})
         EXPECT_EQ(id, ledger.entry(tag).idWhenRun);
-    }
+    for (int tag : {1, 2, 5})
+        expectFate(tag, 1);
     for (int tag : {3, 4, 6})
         expectFate(tag, 0);
 }
@@ -222,7 +214,7 @@ TEST_F(JobQueueTest, FillLevelRecordsWarnAbove80PercentAndRefusalsDeleteTheJobAt
         EXPECT_EQ(row.refused ? kInvalid : row.waiting + 1, queue.Insert(last, 1));
         EXPECT_EQ(row.refused ? 1 : 0, ledger.entry(row.line).deletions);
         const std::vector<CapturedTrace> records = queueRecords(capture);
-        osal_kit_test::expectTraces(expected, records);
+        expectTraces(expected, records);
         if (row.refused && !records.empty())
             refusalLines.push_back(records.back().line);
     }
@@ -339,12 +331,9 @@ TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
         LedgerJob* refused = job(row.line);
         const std::string name = "job" + std::to_string(row.line);
         std::vector<Expected> expected = row.construction;
-        expected.insert(expected.end(), {kInfo, // GetFillLevel
-                                         {0, "%X%d", {hex(refused), "0"}},
-                                         {0, "%s%u%s", {kName, "1", name}},
-                                         {3, "%s%s", {kName, name}},
-                                         kInfo, kError, // StartProcessing
-                                         kInfo, kError, kError, kError}); // destruction: receive, discard
+        // GetFillLevel; Insert; StartProcessing; the destruction, whose receive and discard fail.
+        expected.insert(expected.end(), {kInfo, {0, "%X%d", {hex(refused), "0"}}, {0, "%s%u%s", {kName, "1", name}},
+                                         {3, "%s%s", {kName, name}}, kInfo, kError, kInfo, kError, kError, kError});
         TraceCapture capture;
         {
             failNext(row.fault, row.code);
@@ -353,7 +342,7 @@ TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
             EXPECT_EQ(kInvalid, queue.Insert(refused, 0));
             EXPECT_FALSE(queue.StartProcessing());
         }
-        osal_kit_test::expectTraces(expected, queueRecords(capture));
+        expectTraces(expected, queueRecords(capture));
         expectFate(row.line, 0);
     }
 }
@@ -393,7 +382,7 @@ TEST_F(JobQueueTest, FlushFailuresAreTracedAndNeverLeaveTheSignalJobBehind)
             std::stable_sort(records.begin(), records.end(), byLevel);
             std::stable_sort(expected.begin(), expected.end(), byLevel);
         }
-        osal_kit_test::expectTraces(expected, records);
+        expectTraces(expected, records);
     }
 
     // No memory for the signal job. Not captured: the capture would allocate first.
@@ -437,7 +426,7 @@ TEST_F(JobQueueTest, WorkerAndTeardownFailuresAreTracedAndLoseNoJob)
         TraceCapture teardown;
         failNext(row.fault, MSGQUEUE_ERROR_INTERNAL);
         queue.reset();
-        osal_kit_test::expectTraces(row.records, queueRecords(teardown));
+        expectTraces(row.records, queueRecords(teardown));
     }
 }
 
