@@ -10,8 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -181,39 +180,27 @@ TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
     AllocationBalance balance;
     {
         std::vector<std::vector<CBuffer>> copies(rounds);
-        for (std::vector<CBuffer>& round : copies) {
+        for (std::vector<CBuffer>& round : copies)
             round.assign(threads, holding("...."));
-        }
-        std::mutex lock;
-        std::condition_variable gate;
-        bool go = false;
+        std::atomic<bool> go{false};
         std::vector<std::thread> workers;
         for (unsigned int t = 0; t < threads; ++t) {
             workers.emplace_back([&, t] {
-                {
-                    std::unique_lock<std::mutex> hold(lock);
-                    gate.wait(hold, [&] { return go; });
-                }
+                while (!go.load())
+                    std::this_thread::yield();
                 const char mark = static_cast<char>('A' + t);
-                for (std::vector<CBuffer>& round : copies) {
+                for (std::vector<CBuffer>& round : copies)
                     round[t].copyTo(&mark, 1, t);
-                }
             });
         }
-        {
-            std::lock_guard<std::mutex> hold(lock);
-            go = true;
-        }
-        gate.notify_all();
-        for (std::thread& worker : workers) {
+        go.store(true);
+        for (std::thread& worker : workers)
             worker.join();
-        }
         for (unsigned int t = 0; t < threads; ++t) {
             std::string expected("....");
             expected[t] = static_cast<char>('A' + t);
-            for (const std::vector<CBuffer>& round : copies) {
+            for (const std::vector<CBuffer>& round : copies)
                 EXPECT_EQ(expected, textOf(round[t]));
-            }
         }
     }
     EXPECT_EQ(0, balance.liveBlocksDelta());

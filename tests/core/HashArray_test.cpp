@@ -75,9 +75,8 @@ TEST_F(HashArrayTest, InsertFindReplaceAndRemove)
 TEST_F(HashArrayTest, ThousandsOfKeysSurviveGrowthAndShrinking)
 {
     PAL::THashArray<unsigned int, CountedValue> table(4);
-    for (unsigned int i = 0; i < 5000; ++i) {
+    for (unsigned int i = 0; i < 5000; ++i)
         ASSERT_TRUE(table.insert(i * 2654435761u, CountedValue(static_cast<int>(i))));
-    }
     EXPECT_EQ(8192u, table.capacity());
     for (unsigned int i = 0; i < 5000; ++i) {
         if (i % 4 != 3) {
@@ -96,9 +95,8 @@ TEST_F(HashArrayTest, ThousandsOfKeysSurviveGrowthAndShrinking)
 TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
 {
     NamedValues original;
-    for (unsigned int i = 0; i < 20; ++i) {
+    for (unsigned int i = 0; i < 20; ++i)
         ASSERT_TRUE(original.insert(nameOf(i), CountedValue(static_cast<int>(i))));
-    }
     NamedValues copy(original);
     EXPECT_EQ(contentsOf(original), contentsOf(copy));
     *copy.find(nameOf(3)) = CountedValue(300);
@@ -123,9 +121,8 @@ TEST_F(HashArrayTest, AnInsertThatFindsNoMemoryChangesNothing)
 {
     osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
         std::vector<CString> keys;
-        for (unsigned int i = 0; i < 40; ++i) {
+        for (unsigned int i = 0; i < 40; ++i)
             keys.push_back(nameOf(i % 3 == 0 ? i : i * 97));
-        }
         std::vector<char> landed(keys.size(), 0);
         NamedValues table(2);
         osal_kit_test::failAllocationAfter(skip);

@@ -71,9 +71,8 @@ TEST_F(HashMapTest, AddressesStayValidThroughRegrowthAndClearDestroysEverything)
     CountedMap map(2);
     CountedValue* first = map.get(1);
     ASSERT_NE(nullptr, first);
-    for (unsigned int key = 2; key < 3000; ++key) {
+    for (unsigned int key = 2; key < 3000; ++key)
         ASSERT_TRUE(map.set(key * 3, CountedValue(static_cast<int>(key))));
-    }
     EXPECT_GT(map.capacity(), 3000u);
     *first = CountedValue(42);
     EXPECT_EQ(first, map.find(1));
@@ -92,9 +91,8 @@ TEST_F(HashMapTest, AddressesStayValidThroughRegrowthAndClearDestroysEverything)
 TEST_F(HashMapTest, CopiesAndAssignmentsAreIndependent)
 {
     CountedMap original(4);
-    for (unsigned int key = 0; key < 50; ++key) {
+    for (unsigned int key = 0; key < 50; ++key)
         ASSERT_TRUE(original.set(key * 4, CountedValue(static_cast<int>(key))));
-    }
     CountedMap copy(original);
     EXPECT_EQ(contentsOf(original), contentsOf(copy));
     *copy.get(0) = CountedValue(-5);

@@ -207,8 +207,11 @@ TEST_F(StringEditTest, EditsCopySharedBlocksExactlyAndKeepPrivateOnesInPlace)
     }
 }
 
-TEST_F(StringEditTest, ReplaceAllGoesLeftToRightWithoutSearchingReplacements)
+// replaceAll goes left to right without searching its replacements; replaceArg takes the
+// lowest single-digit placeholder; truncate and trim cut the ends.
+TEST_F(StringEditTest, ReplaceAllReplaceArgTruncateAndTrim)
 {
+    const std::string text = "a\xC3\xA9" "b";
     expectEdits({
         {__LINE__, "aaa", 0, EDIT(s.replaceAll(S("a"), S("aa"))), "aaaaaa", ANY},
         {__LINE__, "aaa", 0, EDIT(s.replaceAll(CString(), S("x"))), "aaa", ANY},
@@ -219,12 +222,6 @@ TEST_F(StringEditTest, ReplaceAllGoesLeftToRightWithoutSearchingReplacements)
         {__LINE__, "ab", 0, EDIT(s.replaceAll(s, S("x"))), "x", ANY},
         {__LINE__, "ab", 0, EDIT(s.replaceAll(S("a"), s)), "abb", ANY},
         {__LINE__, "\xD0\xC3\xC3\x80", 0, EDIT(s.replaceAll(S("\xC3\xC3"), CString())), "\xD0\xC3\xC3\x80", ANY},
-    });
-}
-
-TEST_F(StringEditTest, ReplaceArgTakesTheLowestSingleDigitPlaceholder)
-{
-    expectEdits({
         {__LINE__, "%2 %1 %1", 0, EDIT(s.replaceArg(S("x"))), "%2 x %1", ANY},
         {__LINE__, "100%", 0, EDIT(s.replaceArg(S("x"))), "100%", ANY},
         {__LINE__, "%a%3", 0, EDIT(s.replaceArg(S("x"))), "%ax", ANY},
@@ -234,13 +231,6 @@ TEST_F(StringEditTest, ReplaceArgTakesTheLowestSingleDigitPlaceholder)
         {__LINE__, "\xC3\xA9%5\xC3\xA9", 0, EDIT(s.replaceArg(S("x"))), "\xC3\xA9x\xC3\xA9", ANY},
         {__LINE__, "a%1", 0, EDIT(s.replaceArg(s)), "aa%1", ANY},
         {__LINE__, "%2 of %1", 0, EDIT(s.replaceArg(S("10")).replaceArg(S("3"))), "3 of 10", ANY},
-    });
-}
-
-TEST_F(StringEditTest, TruncateAndTrimCutTheEnds)
-{
-    const std::string text = "a\xC3\xA9" "b";
-    expectEdits({
         {__LINE__, text, END, EDIT(s.truncate(p)), text, ANY},
         {__LINE__, text, 0, EDIT(s.truncate(p)), "", ANY},
         {__LINE__, text, 2, EDIT(s.truncate(p)), "a\xC3\xA9", ANY},
@@ -417,9 +407,8 @@ TEST_F(StringEditTest, EditsThatCannotGetMemoryLeaveEverythingAsItWas)
     Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 3, 1);
     const CString pieces[] = {source.getLeft(2u), source.getMid(source.begin(), 2), source.getRight(2u)};
     Morvex_Fault_Disarm(MORVEX_FAULT_zmalloc);
-    for (const CString& piece : pieces) {
+    for (const CString& piece : pieces)
         expectText("", piece);
-    }
 }
 
 } // namespace

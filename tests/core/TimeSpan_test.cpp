@@ -51,21 +51,16 @@ TEST(TimeSpan, BreaksDownAndRebuildsSignedCounts)
     }
 }
 
-TEST(TimeSpan, FieldsOutOfRangeCountAsTheyStand)
-{
-    EXPECT_EQ(25LL * 3600 * 1000000, CTimeSpan::getMicrosFromSpan(Span(false, 0, 25, 0, 0, 0)));
-    EXPECT_EQ(-(MICROS_PER_DAY + 61000000LL + 1500000LL),
-              CTimeSpan::getMicrosFromSpan(Span(true, 1, 0, 1, 1, 1500000)));
-}
-
+// Validity limits the clock fields only; fields out of range still count as they stand.
 TEST(TimeSpan, ValidityLimitsTheClockFieldsOnly)
 {
     EXPECT_TRUE(Span(true, 100000, 23, 59, 59, 999999).isValid());
     EXPECT_TRUE(CTimeSpan::isSpanValid(Span(false, 0xFFFFFFFFu, 0, 0, 0, 0)));
-    EXPECT_FALSE(Span(false, 0, 24, 0, 0, 0).isValid());
-    EXPECT_FALSE(Span(false, 0, 0, 60, 0, 0).isValid());
-    EXPECT_FALSE(Span(false, 0, 0, 0, 60, 0).isValid());
-    EXPECT_FALSE(Span(false, 0, 0, 0, 0, 1000000).isValid());
+    for (const Span& span : {Span(false, 0, 24, 0, 0, 0), Span(false, 0, 0, 60, 0, 0), Span(false, 0, 0, 0, 60, 0),
+                             Span(false, 0, 0, 0, 0, 1000000)})
+        EXPECT_FALSE(span.isValid());
+    EXPECT_EQ(25LL * 3600 * 1000000, CTimeSpan::getMicrosFromSpan(Span(false, 0, 25, 0, 0, 0)));
+    EXPECT_EQ(-(MICROS_PER_DAY + 61000000LL + 1500000LL), CTimeSpan::getMicrosFromSpan(Span(true, 1, 0, 1, 1, 1500000)));
 }
 
 TEST(TimeSpan, NegativeDayIsStoredAsTwosComplement)

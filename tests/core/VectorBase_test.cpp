@@ -45,9 +45,8 @@ TEST(VectorBaseTest, NewCapacityDoublesFromAFloorOfFour)
         {__LINE__, 1 << 30, (1 << 30) + 1, (1 << 30) + 1}, // doubling would overflow
         {__LINE__, 4, INT_MAX, INT_MAX},
     };
-    for (const Row& row : rows) {
+    for (const Row& row : rows)
         EXPECT_EQ(row.expected, BaseWithCapacity(row.capacity).calcNewCapacity(row.needed)) << "row at line " << row.line;
-    }
 }
 
 void* failingMalloc(std::size_t)

@@ -6,9 +6,8 @@
 
 #include "support/AllocationBalance.h"
 #include "support/JobLedger.h"
-#include "support/TraceCapture.h"
+#include "support/TraceExpect.h"
 
-#include "morvex_pal_fault.h"
 #include "msgqueue.h"
 
 #include <gtest/gtest.h>
@@ -28,6 +27,7 @@
 namespace {
 
 using osal_kit_test::CapturedTrace;
+using osal_kit_test::expectTraces;
 using osal_kit_test::JobLedger;
 using osal_kit_test::LedgerJob;
 using osal_kit_test::TraceCapture;
@@ -38,11 +38,7 @@ const char* const kName = "jobs";
 const PAL::CThread::ePriority kNormal = PAL::CThread::PRIORITY_NORMAL;
 const unsigned int kInvalid = CJobQueue::JOB_ID_INVALID;
 
-struct Expected {
-    int level;
-    const char* format; // nullptr: a trace point without values
-    std::vector<std::string> values;
-};
+using Expected = osal_kit_test::ExpectedTrace;
 const Expected kInfo = {0, nullptr, {}};
 const Expected kError = {3, nullptr, {}};
 const Expected kFailure = {4, nullptr, {}};
@@ -50,28 +46,7 @@ const Expected kFailure = {4, nullptr, {}};
 // The queue's own records; the mutex writes some of its own.
 std::vector<CapturedTrace> queueRecords(const TraceCapture& capture)
 {
-    std::vector<CapturedTrace> records = capture.records();
-    records.erase(std::remove_if(records.begin(), records.end(),
-                                 [](const CapturedTrace& r) { return r.sourcePath != "extensions/private/JobQueue.cpp"; }),
-                  records.end());
-    return records;
-}
-
-void expectRecords(const std::vector<Expected>& expected, const std::vector<CapturedTrace>& records)
-{
-    ASSERT_EQ(expected.size(), records.size());
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        SCOPED_TRACE("record " + std::to_string(i));
-        EXPECT_EQ(expected[i].level, records[i].level);
-        EXPECT_EQ("OSAL_KIT", records[i].component);
-        EXPECT_EQ(0, records[i].reserved);
-        EXPECT_EQ(32u, records[i].traceId.size());
-        EXPECT_EQ(std::string::npos, records[i].traceId.find_first_not_of("0123456789ABCDEF"));
-        EXPECT_EQ(records[0].traceId, records[i].traceId);
-        EXPECT_EQ(expected[i].format != nullptr, records[i].hasFormat);
-        EXPECT_EQ(expected[i].format ? expected[i].format : "", records[i].format);
-        EXPECT_EQ(expected[i].values, records[i].values);
-    }
+    return osal_kit_test::recordsFrom(capture, "extensions/private/JobQueue.cpp");
 }
 
 // A job pointer as the insertion record shows it.
@@ -84,7 +59,7 @@ std::string hex(const void* job)
 
 void failNext(eMorvex_FaultFunction function, int code, bool thisThreadOnly = true)
 {
-    Morvex_Fault_ArmEx(function, code, 0, 1, thisThreadOnly ? 1 : 0);
+    osal_kit_test::failNext(function, code, 1, thisThreadOnly);
 }
 
 // Signals a semaphore when a flush traces the queueing of its signal job, by which
@@ -145,21 +120,12 @@ TEST_F(JobQueueTest, EveryPublicOperationWritesItsRecords)
         EXPECT_TRUE(queue.StartProcessing());
         EXPECT_TRUE(queue.Flush(false)); // the signal job gets id 2
     }
-    expectRecords({{0, "%d%s%d", {"4", kName, "4"}},
-                   {0, "%X%d", {firstHex, "7"}},
-                   {0, "%s%d%d", {kName, "0", "4"}},
-                   {0, "%s%u%s", {kName, "1", "job1"}},
-                   kInfo, // GetFillLevel
-                   {0, "%d", {"0"}},
-                   {0, "%X%d", {refusedHex, "-3"}},
-                   {0, "%d", {"1"}},
-                   kInfo, // StartProcessing
-                   {0, "%d", {"0"}},
-                   kInfo, // signal job made
-                   {0, "%s%d%d", {kName, "0", "4"}},
-                   {0, "%s%u%s", {kName, "2", "SignalJob"}},
-                   kInfo,  // signal job deleted by the worker
-                   kInfo}, // destruction
+    // GetFillLevel, StartProcessing, the signal job's making and deletion and the
+    // destruction write records without values.
+    expectTraces({{0, "%d%s%d", {"4", kName, "4"}}, {0, "%X%d", {firstHex, "7"}}, {0, "%s%d%d", {kName, "0", "4"}},
+                   {0, "%s%u%s", {kName, "1", "job1"}}, kInfo, {0, "%d", {"0"}}, {0, "%X%d", {refusedHex, "-3"}},
+                   {0, "%d", {"1"}}, kInfo, {0, "%d", {"0"}}, kInfo, {0, "%s%d%d", {kName, "0", "4"}},
+                   {0, "%s%u%s", {kName, "2", "SignalJob"}}, kInfo, kInfo},
                   queueRecords(capture));
     expectFate(1, 0);
     expectFate(2, 0);
@@ -181,10 +147,10 @@ TEST_F(JobQueueTest, IdsCountQueuedFailedAndSignalJobsButNotRefusedOnes)
         EXPECT_TRUE(queue.Flush(false)); // its signal job uses 5
         EXPECT_EQ(6u, queue.Insert(job(6), 0));
     }
-    for (const auto& [tag, id] : {std::make_pair(1, 1u), std::make_pair(2, 2u), std::make_pair(5, 4u)}) {
-        expectFate(tag, 1);
+    for (const auto& [tag, id] : {std::make_pair(1, 1u), std::make_pair(2, 2u), std::make_pair(5, 4u)})
         EXPECT_EQ(id, ledger.entry(tag).idWhenRun);
-    }
+    for (int tag : {1, 2, 5})
+        expectFate(tag, 1);
     for (int tag : {3, 4, 6})
         expectFate(tag, 0);
 }
@@ -192,15 +158,10 @@ TEST_F(JobQueueTest, IdsCountQueuedFailedAndSignalJobsButNotRefusedOnes)
 // Four billion insertions would take hours: the counting rule is checked on its own.
 TEST_F(JobQueueTest, IdsWrapFrom4294967295To1)
 {
-    const struct {
-        int line;
-        unsigned int last, next;
-    } rows[] = {{__LINE__, 0u, 1u}, {__LINE__, 0x7FFFFFFFu, 0x80000000u}, {__LINE__, 0xFFFFFFFEu, 0xFFFFFFFFu},
-                {__LINE__, 0xFFFFFFFFu, 1u}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.next, PAL::JobId::next(row.last));
-    }
+    EXPECT_EQ(1u, PAL::JobId::next(0u));
+    EXPECT_EQ(0x80000000u, PAL::JobId::next(0x7FFFFFFFu));
+    EXPECT_EQ(0xFFFFFFFFu, PAL::JobId::next(0xFFFFFFFEu));
+    EXPECT_EQ(1u, PAL::JobId::next(0xFFFFFFFFu));
 }
 
 TEST_F(JobQueueTest, SmallerPrioritiesRunFirstAndEqualOnesInInsertionOrder)
@@ -253,7 +214,7 @@ TEST_F(JobQueueTest, FillLevelRecordsWarnAbove80PercentAndRefusalsDeleteTheJobAt
         EXPECT_EQ(row.refused ? kInvalid : row.waiting + 1, queue.Insert(last, 1));
         EXPECT_EQ(row.refused ? 1 : 0, ledger.entry(row.line).deletions);
         const std::vector<CapturedTrace> records = queueRecords(capture);
-        expectRecords(expected, records);
+        expectTraces(expected, records);
         if (row.refused && !records.empty())
             refusalLines.push_back(records.back().line);
     }
@@ -307,53 +268,50 @@ TEST_F(JobQueueTest, DeferredQueueHoldsJobsUntilStartedOrFlushed)
     }
 }
 
-TEST_F(JobQueueTest, FlushWithDiscardLetsTheRunningJobFinishAndDeletesTheWaitingOnes)
+// A job already running finishes normally; the waiting ones are deleted unrun, by a
+// discarding flush or by the destruction. The running job is released only once the
+// queue has switched to discarding: when the flush queues its signal job, or when the
+// destructor sends its stop message.
+TEST_F(JobQueueTest, DiscardingFlushAndDestructionLetTheRunningJobFinishAndDeleteTheWaitingOnes)
 {
-    CSemaphore started(0), release(0), flushing(0);
-    CJobQueue queue(8, kName, kNormal, false);
-    ASSERT_EQ(1u, queue.Insert(job(1, &started, &release), 0));
-    ASSERT_TRUE(started.Wait());
-    ASSERT_EQ(2u, queue.Insert(job(2), 0));
-    ASSERT_EQ(3u, queue.Insert(job(3), 9));
-    {
-        SignalJobQueued signalJobQueued(flushing);
+    for (const bool destroy : {false, true}) {
+        SCOPED_TRACE(destroy ? "destruction" : "flush");
+        const int base = destroy ? 10 : 0;
+        CSemaphore started(0), release(0), flushing(0);
+        std::optional<CJobQueue> queue;
+        queue.emplace(8, kName, kNormal, false);
+        ASSERT_EQ(1u, queue->Insert(job(base + 1, &started, &release), 0));
+        ASSERT_TRUE(started.Wait());
+        ASSERT_EQ(2u, queue->Insert(job(base + 2), 0));
+        ASSERT_EQ(3u, queue->Insert(job(base + 3), 9));
+        const unsigned long long sends = Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg);
+        std::optional<SignalJobQueued> signalJobQueued;
+        if (!destroy)
+            signalJobQueued.emplace(flushing);
         std::thread releaser([&] {
-            flushing.Wait();
+            if (destroy) {
+                while (Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg) == sends)
+                    std::this_thread::yield();
+            } else {
+                flushing.Wait();
+            }
             release.Signal();
         });
-        EXPECT_TRUE(queue.Flush(true));
+        if (destroy)
+            queue.reset();
+        else
+            EXPECT_TRUE(queue->Flush(true));
         releaser.join();
+        signalJobQueued.reset();
+        expectFate(base + 1, 1);
+        expectFate(base + 2, 0);
+        expectFate(base + 3, 0);
+        if (!destroy) { // discarding ended with the flush
+            ASSERT_EQ(5u, queue->Insert(job(5), 0));
+            EXPECT_TRUE(queue->Flush(false));
+            expectFate(5, 1);
+        }
     }
-    expectFate(1, 1);
-    expectFate(2, 0);
-    expectFate(3, 0);
-    // Discarding ended with the flush.
-    ASSERT_EQ(5u, queue.Insert(job(5), 0));
-    EXPECT_TRUE(queue.Flush(false));
-    expectFate(5, 1);
-}
-
-TEST_F(JobQueueTest, DestroyingARunningQueueDeletesWaitingJobsUnrun)
-{
-    CSemaphore started(0), release(0);
-    std::optional<CJobQueue> queue;
-    queue.emplace(8, kName, kNormal, false);
-    ASSERT_NE(kInvalid, queue->Insert(job(1, &started, &release), 0));
-    ASSERT_TRUE(started.Wait());
-    ASSERT_NE(kInvalid, queue->Insert(job(2), 0));
-    ASSERT_NE(kInvalid, queue->Insert(job(3), 9));
-    const unsigned long long sends = Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg);
-    std::thread releaser([&] {
-        // The destructor sends the stop message once it has switched to discarding.
-        while (Morvex_Fault_Calls(MORVEX_FAULT_MsgQueue_TrySendMsg) == sends)
-            std::this_thread::yield();
-        release.Signal();
-    });
-    queue.reset();
-    releaser.join();
-    expectFate(1, 1);
-    expectFate(2, 0);
-    expectFate(3, 0);
 }
 
 TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
@@ -373,12 +331,9 @@ TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
         LedgerJob* refused = job(row.line);
         const std::string name = "job" + std::to_string(row.line);
         std::vector<Expected> expected = row.construction;
-        expected.insert(expected.end(), {kInfo, // GetFillLevel
-                                         {0, "%X%d", {hex(refused), "0"}},
-                                         {0, "%s%u%s", {kName, "1", name}},
-                                         {3, "%s%s", {kName, name}},
-                                         kInfo, kError, // StartProcessing
-                                         kInfo, kError, kError, kError}); // destruction: receive, discard
+        // GetFillLevel; Insert; StartProcessing; the destruction, whose receive and discard fail.
+        expected.insert(expected.end(), {kInfo, {0, "%X%d", {hex(refused), "0"}}, {0, "%s%u%s", {kName, "1", name}},
+                                         {3, "%s%s", {kName, name}}, kInfo, kError, kInfo, kError, kError, kError});
         TraceCapture capture;
         {
             failNext(row.fault, row.code);
@@ -387,7 +342,7 @@ TEST_F(JobQueueTest, AQueueThatCouldNotBeMadeRefusesEverythingAndLosesNoJob)
             EXPECT_EQ(kInvalid, queue.Insert(refused, 0));
             EXPECT_FALSE(queue.StartProcessing());
         }
-        expectRecords(expected, queueRecords(capture));
+        expectTraces(expected, queueRecords(capture));
         expectFate(row.line, 0);
     }
 }
@@ -427,7 +382,7 @@ TEST_F(JobQueueTest, FlushFailuresAreTracedAndNeverLeaveTheSignalJobBehind)
             std::stable_sort(records.begin(), records.end(), byLevel);
             std::stable_sort(expected.begin(), expected.end(), byLevel);
         }
-        expectRecords(expected, records);
+        expectTraces(expected, records);
     }
 
     // No memory for the signal job. Not captured: the capture would allocate first.
@@ -471,7 +426,7 @@ TEST_F(JobQueueTest, WorkerAndTeardownFailuresAreTracedAndLoseNoJob)
         TraceCapture teardown;
         failNext(row.fault, MSGQUEUE_ERROR_INTERNAL);
         queue.reset();
-        expectRecords(row.records, queueRecords(teardown));
+        expectTraces(row.records, queueRecords(teardown));
     }
 }
 

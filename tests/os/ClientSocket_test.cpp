@@ -4,9 +4,7 @@
 
 #include "os/ClientSocket.h"
 
-#include "support/AllocationBalance.h"  // FaultGuard
-
-#include "morvex_pal_fault.h"
+#include "support/AllocationBalance.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +18,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -43,10 +42,9 @@ public:
     int get() const { return mFd; }
     void close()
     {
-        if (mFd >= 0) {
+        if (mFd >= 0)
             ::close(mFd);
-            mFd = -1;
-        }
+        mFd = -1;
     }
 
 private:
@@ -148,9 +146,8 @@ TEST_F(ClientSocketTest, BlockingReadsWaitForTheAnswersOfAServerThread)
     Fd peer = connect(client);
     // The server answers each request with its length until the client closes.
     std::thread answering([&peer] {
-        for (std::string request = receive(peer); !request.empty(); request = receive(peer)) {
+        for (std::string request = receive(peer); !request.empty(); request = receive(peer))
             send(peer, std::to_string(request.size()) + ";");
-        }
     });
     for (const char* request : {"a", "bb", "cccccccccccc"}) {
         SCOPED_TRACE(request);
@@ -193,23 +190,19 @@ TEST_F(ClientSocketTest, APeerThatClosesEndsTheReadsAndFailsLaterWrites)
         // A write may still be taken locally; once the peer's reset is back, writes
         // fail (and the process gets no signal).
         CSocket::eResult result = CSocket::RESULT_OK;
-        for (int attempt = 0; attempt < 50 && result == CSocket::RESULT_OK; ++attempt) {
+        for (int attempt = 0; attempt < 50 && result == CSocket::RESULT_OK; ++attempt)
             result = write(client, std::string(512, 'x'));
-        }
         EXPECT_NE(CSocket::RESULT_OK, result);
     }
 }
 
-TEST_F(ClientSocketTest, AConnectionToAPortWithoutAListenerIsRefused)
+TEST_F(ClientSocketTest, ConnectAndBindAreRefusedWhereThePortSaysNo)
 {
     LoopbackServer notListening(false);
-    CClientSocket client;
-    ASSERT_EQ(CSocket::RESULT_OK, create(client));
-    EXPECT_EQ(CSocket::RESULT_CONNECTION_REFUSED, client.Connect("127.0.0.1", notListening.port()));
-}
+    CClientSocket refused;
+    ASSERT_EQ(CSocket::RESULT_OK, create(refused));
+    EXPECT_EQ(CSocket::RESULT_CONNECTION_REFUSED, refused.Connect("127.0.0.1", notListening.port()));
 
-TEST_F(ClientSocketTest, BindTakesAFreePortAndRefusesOneInUse)
-{
     CClientSocket bound;
     ASSERT_EQ(CSocket::RESULT_OK, create(bound));
     EXPECT_EQ(CSocket::RESULT_OK, bound.Bind(0));
@@ -254,15 +247,14 @@ TEST_F(ClientSocketTest, EveryOperationRefusesAnObjectWithoutASocket)
         [&] { return client.SetLinger(1, 1); },
         [&] { return client.Close(); },
     };
-    for (const auto& call : calls) {
-        EXPECT_EQ(CSocket::RESULT_NO_SOCKET, call());
-        EXPECT_EQ(1234u, count) << "counts are left alone";
-    }
+    for (const auto& call : calls)
+        EXPECT_EQ(CSocket::RESULT_NO_SOCKET, call()) << "counts are left alone: " << count;
+    EXPECT_EQ(1234u, count);
 }
 
 TEST_F(ClientSocketTest, CreateChecksItsArgumentsFirstAndKeepsAnExistingSocket)
 {
-    const unsigned long long before = Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient);
+    const osal_kit_test::PalCalls creates{MORVEX_FAULT_SocketCreateClient};
     CClientSocket client;
     const int unsupported[][3] = {{2, 1, 1}, {0, 1, 1}, {1, 2, 1}, {1, 1, 0}, {-1, 3, 6}};
     for (int round = 0; round < 2; ++round) {
@@ -272,9 +264,10 @@ TEST_F(ClientSocketTest, CreateChecksItsArgumentsFirstAndKeepsAnExistingSocket)
                                     static_cast<CSocket::eProtocol>(row[2])))
                 << row[0] << " " << row[1] << " " << row[2];
         }
-        EXPECT_EQ(before + round, Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient)) << "the PAL core is not asked";
+        EXPECT_EQ(std::vector<unsigned long long>{static_cast<unsigned long long>(round)}, creates.since())
+            << "the PAL core is not asked";
         if (round == 0) {
-            ASSERT_EQ(CSocket::RESULT_OK, create(client));  // the second round has a socket
+            ASSERT_EQ(CSocket::RESULT_OK, create(client)); // the second round has a socket
         }
     }
     EXPECT_EQ(CSocket::RESULT_ALREADY_CREATED, create(client));
@@ -284,7 +277,7 @@ TEST_F(ClientSocketTest, CreateChecksItsArgumentsFirstAndKeepsAnExistingSocket)
 TEST_F(ClientSocketTest, PalFailuresAreTranslatedAndCountsStillStored)
 {
     CClientSocket client;
-    Morvex_Fault_ArmEx(MORVEX_FAULT_SocketCreateClient, SOCKET_ERROR_INTERNAL, 0, 1, 1);
+    osal_kit_test::failNext(MORVEX_FAULT_SocketCreateClient, SOCKET_ERROR_INTERNAL);
     EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, create(client));
     EXPECT_EQ(CSocket::RESULT_NO_SOCKET, client.SetLinger(0, 0)) << "a failed create leaves no socket";
 
@@ -315,7 +308,7 @@ TEST_F(ClientSocketTest, PalFailuresAreTranslatedAndCountsStillStored)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         count = 1234;
-        Morvex_Fault_ArmEx(row.function, row.code, 0, 1, 1);
+        osal_kit_test::failNext(row.function, row.code);
         EXPECT_EQ(row.result, row.call());
         EXPECT_EQ(row.countAfter, count);
     }

@@ -1,48 +1,40 @@
-// Counting semaphores: waiting, timed waiting, trying, and PAL core refusals.
+// Counting semaphores: waiting, timed waiting, trying, and PAL core refusals. Signals
+// from many threads at once are the PAL semaphore's affair (its own tests).
 
 #include "os/Semaphore.h"
 
 #include "support/AllocationBalance.h"
 #include "support/TraceCapture.h"
 
-#include "morvex_pal_fault.h"
-
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
 
 namespace {
 
-using osal_kit_test::FaultGuard;
-
-void failNext(eMorvex_FaultFunction function, int code)
-{
-    Morvex_Fault_ArmEx(function, code, 0, 1, 1);
-}
+using osal_kit_test::failNext;
 
 class SemaphoreTest : public ::testing::Test {
 protected:
-    FaultGuard faults;
+    // TryWait's result and wouldBlock, as "taken", "would block" or "refused".
+    static const char* tryWait(PAL::CSemaphore& semaphore)
+    {
+        bool wouldBlock = false;
+        return !semaphore.TryWait(wouldBlock) ? "refused" : wouldBlock ? "would block" : "taken";
+    }
+
+    osal_kit_test::FaultGuard faults;
 };
 
 TEST_F(SemaphoreTest, TryWaitTakesWhatTheCountHoldsThenReportsWouldBlock)
 {
     PAL::CSemaphore semaphore(2);
-    for (int i = 0; i < 2; ++i) {
-        bool wouldBlock = true;
-        EXPECT_TRUE(semaphore.TryWait(wouldBlock));
-        EXPECT_FALSE(wouldBlock);
-    }
-    bool wouldBlock = false;
-    EXPECT_TRUE(semaphore.TryWait(wouldBlock));
-    EXPECT_TRUE(wouldBlock);
+    EXPECT_STREQ("taken", tryWait(semaphore));
+    EXPECT_STREQ("taken", tryWait(semaphore));
+    EXPECT_STREQ("would block", tryWait(semaphore));
     // Trying did not take anything: one signal makes exactly one take possible.
     EXPECT_TRUE(semaphore.Signal());
-    EXPECT_TRUE(semaphore.TryWait(wouldBlock));
-    EXPECT_FALSE(wouldBlock);
-    EXPECT_TRUE(semaphore.TryWait(wouldBlock));
-    EXPECT_TRUE(wouldBlock);
+    EXPECT_STREQ("taken", tryWait(semaphore));
+    EXPECT_STREQ("would block", tryWait(semaphore));
 }
 
 TEST_F(SemaphoreTest, TryWaitLeavesWouldBlockAloneWhenThePalCoreFails)
@@ -54,9 +46,7 @@ TEST_F(SemaphoreTest, TryWaitLeavesWouldBlockAloneWhenThePalCoreFails)
         failNext(MORVEX_FAULT_SemaTryWait, SEMA_ERROR_INTERNAL);
         EXPECT_FALSE(semaphore.TryWait(wouldBlock));
         EXPECT_EQ(before, wouldBlock);
-        // The count was not touched.
-        EXPECT_TRUE(semaphore.TryWait(wouldBlock));
-        EXPECT_FALSE(wouldBlock);
+        EXPECT_STREQ("taken", tryWait(semaphore)); // the count was not touched
     }
 }
 
@@ -70,29 +60,25 @@ TEST_F(SemaphoreTest, WaitAndTimedWaitTakeASignalledCountAndTimedWaitGivesUpOnNo
     EXPECT_TRUE(semaphore.Wait());
     EXPECT_TRUE(semaphore.TimedWait(0));
     EXPECT_FALSE(semaphore.TimedWait(0));
-}
 
-TEST_F(SemaphoreTest, SignalBeyondTheLargestCountIsRefused)
-{
-    PAL::CSemaphore semaphore(0xFFFFFFFFu);
-    EXPECT_FALSE(semaphore.Signal());
-    EXPECT_TRUE(semaphore.Wait());
-    EXPECT_TRUE(semaphore.Signal());
+    PAL::CSemaphore full(0xFFFFFFFFu);
+    EXPECT_FALSE(full.Signal()) << "beyond the largest count";
+    EXPECT_TRUE(full.Wait());
+    EXPECT_TRUE(full.Signal());
 }
 
 TEST_F(SemaphoreTest, EveryPalCoreRefusalComesBackAsFalseWithoutTrace)
 {
-    struct Row {
+    const struct {
         int line;
         eMorvex_FaultFunction function;
         bool (*operation)(PAL::CSemaphore&);
-    };
-    const Row rows[] = {
+    } rows[] = {
         {__LINE__, MORVEX_FAULT_SemaSignal, [](PAL::CSemaphore& s) { return s.Signal(); }},
         {__LINE__, MORVEX_FAULT_SemaWait, [](PAL::CSemaphore& s) { return s.Wait(); }},
         {__LINE__, MORVEX_FAULT_SemaTimedWait, [](PAL::CSemaphore& s) { return s.TimedWait(1000); }},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         PAL::CSemaphore semaphore(1);
         osal_kit_test::TraceCapture capture;
@@ -105,13 +91,8 @@ TEST_F(SemaphoreTest, EveryPalCoreRefusalComesBackAsFalseWithoutTrace)
 
 TEST_F(SemaphoreTest, ASemaphoreThatWasNeverMadeRefusesWithoutCallingThePalCore)
 {
-    const eMorvex_FaultFunction functions[] = {MORVEX_FAULT_SemaSignal, MORVEX_FAULT_SemaWait,
-                                               MORVEX_FAULT_SemaTimedWait, MORVEX_FAULT_SemaTryWait,
-                                               MORVEX_FAULT_SemaDeInit};
-    std::vector<unsigned long long> before;
-    for (eMorvex_FaultFunction function : functions) {
-        before.push_back(Morvex_Fault_Calls(function));
-    }
+    const osal_kit_test::PalCalls calls{MORVEX_FAULT_SemaSignal, MORVEX_FAULT_SemaWait, MORVEX_FAULT_SemaTimedWait,
+                                        MORVEX_FAULT_SemaTryWait, MORVEX_FAULT_SemaDeInit};
     {
         failNext(MORVEX_FAULT_SemaInit, SEMA_ERROR_CREATE_FAILED);
         PAL::CSemaphore semaphore(3);
@@ -122,39 +103,7 @@ TEST_F(SemaphoreTest, ASemaphoreThatWasNeverMadeRefusesWithoutCallingThePalCore)
         EXPECT_FALSE(semaphore.TryWait(wouldBlock));
         EXPECT_TRUE(wouldBlock);
     }
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(before[i], Morvex_Fault_Calls(functions[i]));
-    }
-}
-
-TEST_F(SemaphoreTest, EverySignalFromOtherThreadsIsTakenExactlyOnce)
-{
-    PAL::CSemaphore items(0);
-    const int producers = 3;
-    const int perProducer = 2000;
-    std::vector<std::thread> threads;
-    for (int p = 0; p < producers; ++p) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < perProducer; ++i) {
-                items.Signal();
-            }
-        });
-    }
-    int taken = 0;
-    for (int i = 0; i < producers * perProducer; ++i) {
-        // Alternate the two blocking forms; a generous deadline never expires.
-        if (i % 2 == 0 ? items.Wait() : items.TimedWait(60000)) {
-            ++taken;
-        }
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(producers * perProducer, taken);
-    bool wouldBlock = false;
-    EXPECT_TRUE(items.TryWait(wouldBlock));
-    EXPECT_TRUE(wouldBlock);
+    EXPECT_EQ(calls.none(), calls.since());
 }
 
 } // namespace

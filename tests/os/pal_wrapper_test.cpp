@@ -6,13 +6,11 @@
 #include "support/AllocationBalance.h"
 #include "support/TraceCapture.h"
 
-#include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 #include <new>
 #include <thread>
 #include <vector>
@@ -20,7 +18,7 @@
 namespace {
 
 using osal_kit_test::FaultGuard;
-using osal_kit_test::TraceCapture;
+using osal_kit_test::failNext;
 
 const char* const kWrapperPath = "os/private/pal_wrapper.cpp";
 
@@ -38,24 +36,32 @@ bool processUsesLibraryNew()
 
 sMorvex_PAL_AllocInfo lookup(const void* p)
 {
-    sMorvex_PAL_AllocInfo info;
-    std::memset(&info, 0, sizeof info);
+    sMorvex_PAL_AllocInfo info{};
     EXPECT_EQ(0, Morvex_PAL_AllocLookup(p, &info));
     return info;
 }
 
-void failNextAllocationOnThisThread()
-{
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-}
+const struct EntryPoint {
+    int line;
+    const char* label;
+    void* (*allocate)(std::size_t);
+    void (*release)(void*);
+} kEntryPoints[] = {
+    {__LINE__, "new", [](std::size_t n) { return ::operator new(n); }, [](void* p) { ::operator delete(p); }},
+    {__LINE__, "new", [](std::size_t n) { return ::operator new(n, std::nothrow); }, [](void* p) { ::operator delete(p); }},
+    {__LINE__, "new[]", [](std::size_t n) { return ::operator new[](n); }, [](void* p) { ::operator delete[](p); }},
+    {__LINE__, "new[](std::nothrow_t)", [](std::size_t n) { return ::operator new[](n, std::nothrow); },
+     [](void* p) { ::operator delete[](p); }},
+};
 
 class MemoryTest : public ::testing::Test {
 protected:
     FaultGuard faults;
 };
 
-TEST_F(MemoryTest, AllocAttributesToOsalKitWithItsLabelAndLocation)
+TEST_F(MemoryTest, AllocAttributesToOsalKitAndReleaseFreesWhateverSizeIsGiven)
 {
+    osal_kit_test::AllocationBalance balance("osal_kit", "Memory::alloc");
     void* p = PAL::Memory::alloc(24);
     ASSERT_NE(nullptr, p);
     const sMorvex_PAL_AllocInfo info = lookup(p);
@@ -64,73 +70,37 @@ TEST_F(MemoryTest, AllocAttributesToOsalKitWithItsLabelAndLocation)
     EXPECT_STREQ(kWrapperPath, info.sourcePath);
     EXPECT_GT(info.line, 0);
     EXPECT_EQ(24u, info.size);
-    PAL::Memory::release(p, 24);
-}
-
-TEST_F(MemoryTest, ReleaseFreesWhateverSizeIsGiven)
-{
-    osal_kit_test::AllocationBalance balance("osal_kit", "Memory::alloc");
-    void* p = PAL::Memory::alloc(100);
     EXPECT_EQ(1, balance.liveBlocksDelta());
     PAL::Memory::release(p, 0xFFFFFFFFu);
     EXPECT_EQ(0, balance.liveBlocksDelta());
     PAL::Memory::release(nullptr, 5);
 }
 
-TEST_F(MemoryTest, EveryEntryPointAttributesWithItsOwnLabel)
+TEST_F(MemoryTest, EveryEntryPointAttributesWithItsOwnLabelAndYieldsNullWithoutMemory)
 {
+    failNext(MORVEX_FAULT_zmalloc, 0);
+    EXPECT_EQ(nullptr, PAL::Memory::alloc(8));
     if (!processUsesLibraryNew()) {
         GTEST_SKIP() << "a sanitizer runtime owns the process's global operator new";
     }
-    struct Row {
-        int line;
-        const char* label;
-        void* (*allocate)(std::size_t);
-        void (*release)(void*);
-    };
-    const Row rows[] = {
-        {__LINE__, "new", [](std::size_t n) { return ::operator new(n); }, [](void* p) { ::operator delete(p); }},
-        {__LINE__, "new", [](std::size_t n) { return ::operator new(n, std::nothrow); },
-         [](void* p) { ::operator delete(p); }},
-        {__LINE__, "new[]", [](std::size_t n) { return ::operator new[](n); }, [](void* p) { ::operator delete[](p); }},
-        {__LINE__, "new[](std::nothrow_t)", [](std::size_t n) { return ::operator new[](n, std::nothrow); },
-         [](void* p) { ::operator delete[](p); }},
-    };
     std::vector<int> lines;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.line);
-        void* p = row.allocate(16);
+    for (const EntryPoint& entry : kEntryPoints) {
+        SCOPED_TRACE(entry.line);
+        void* p = entry.allocate(16);
         ASSERT_NE(nullptr, p);
         const sMorvex_PAL_AllocInfo info = lookup(p);
         EXPECT_STREQ("osal_kit", info.component);
-        EXPECT_STREQ(row.label, info.label);
+        EXPECT_STREQ(entry.label, info.label);
         EXPECT_STREQ(kWrapperPath, info.sourcePath);
         lines.push_back(info.line);
-        row.release(p);
+        entry.release(p);
+        failNext(MORVEX_FAULT_zmalloc, 0);
+        EXPECT_EQ(nullptr, entry.allocate(8));
     }
     // The nothrow form of new is plain new; the array forms are entry points of their own.
     EXPECT_EQ(lines[0], lines[1]);
     EXPECT_NE(lines[0], lines[2]);
     EXPECT_NE(lines[2], lines[3]);
-}
-
-TEST_F(MemoryTest, EveryEntryPointYieldsNullWhenThePalCoreHasNoMemory)
-{
-    failNextAllocationOnThisThread();
-    EXPECT_EQ(nullptr, PAL::Memory::alloc(8));
-    if (!processUsesLibraryNew()) {
-        GTEST_SKIP() << "a sanitizer runtime owns the process's global operator new";
-    }
-    void* (*const entryPoints[])(std::size_t) = {
-        [](std::size_t n) { return ::operator new(n); },
-        [](std::size_t n) { return ::operator new(n, std::nothrow); },
-        [](std::size_t n) { return ::operator new[](n); },
-        [](std::size_t n) { return ::operator new[](n, std::nothrow); },
-    };
-    for (auto allocate : entryPoints) {
-        failNextAllocationOnThisThread();
-        EXPECT_EQ(nullptr, allocate(8));
-    }
 }
 
 TEST_F(MemoryTest, RequestsBeyondThirtyTwoBitsFailInsteadOfShrinking)
@@ -152,50 +122,39 @@ TEST_F(MemoryTest, RawMemoryFunctionsForwardToThePalCore)
     char target[5] = {};
     EXPECT_EQ(target, PAL::Memory::memcpy(target, a, 5));
     EXPECT_STREQ("abcd", target);
-
-    // Whatever the PAL core answers is the answer.
-    Morvex_Fault_ArmEx(MORVEX_FAULT_memcmp, 42, 0, 1, 1);
+    failNext(MORVEX_FAULT_memcmp, 42); // whatever the PAL core answers is the answer
     EXPECT_EQ(42, PAL::Memory::memcmp(a, a, 4));
 }
 
-struct CounterRow {
-    int line;
-    unsigned int before;
-    unsigned int after;
-    bool result;
-};
-
-TEST(AtomicTest, TestDecrementStopsAtZeroAndTellsWhetherStillReferenced)
+TEST(AtomicTest, CountersWrapUpwardsAndStopAtZeroDownwards)
 {
-    const CounterRow rows[] = {
-        {__LINE__, 1u, 0u, false},
-        {__LINE__, 2u, 1u, true},
-        {__LINE__, 0u, 0u, false},
-        {__LINE__, UINT_MAX, UINT_MAX - 1u, true},
+    const struct {
+        int line;
+        bool increment;
+        unsigned int before, after;
+        bool stillReferenced;
+    } rows[] = {
+        {__LINE__, false, 1u, 0u, false}, {__LINE__, false, 2u, 1u, true},
+        {__LINE__, false, 0u, 0u, false}, {__LINE__, false, UINT_MAX, UINT_MAX - 1u, true},
+        {__LINE__, true, UINT_MAX, 0u, false}, {__LINE__, true, 0u, 1u, false},
     };
-    for (const CounterRow& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         unsigned int value = row.before;
-        EXPECT_EQ(row.result, PAL::Atomic::testDecrement(value));
+        if (row.increment) {
+            PAL::Atomic::increment(value);
+        } else {
+            EXPECT_EQ(row.stillReferenced, PAL::Atomic::testDecrement(value));
+        }
         EXPECT_EQ(row.after, value);
     }
-}
-
-TEST(AtomicTest, IncrementWrapsAtThirtyTwoBits)
-{
-    unsigned int value = UINT_MAX;
-    PAL::Atomic::increment(value);
-    EXPECT_EQ(0u, value);
-    PAL::Atomic::increment(value);
-    EXPECT_EQ(1u, value);
     EXPECT_NE(nullptr, PAL::Atomic::spAtomicMutex);
 }
 
 TEST(AtomicTest, ConcurrentCountingLosesNothing)
 {
     unsigned int counter = 1;
-    const int threads = 4;
-    const int rounds = 20000;
+    const int threads = 4, rounds = 20000;
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t) {
         workers.emplace_back([&counter] {
@@ -206,9 +165,8 @@ TEST(AtomicTest, ConcurrentCountingLosesNothing)
             }
         });
     }
-    for (std::thread& worker : workers) {
+    for (std::thread& worker : workers)
         worker.join();
-    }
     EXPECT_EQ(1u + threads * rounds, counter);
 }
 
@@ -216,8 +174,8 @@ TEST(AtomicTest, FailingPalMutexCallsAreIgnored)
 {
     FaultGuard faults;
     unsigned int value = 5;
-    Morvex_Fault_ArmEx(MORVEX_FAULT_MutexWait, MUTEX_ERROR_WAIT_FAILED, 0, 1, 1);
-    Morvex_Fault_ArmEx(MORVEX_FAULT_MutexSignal, MUTEX_ERROR_SIGNAL_FAILED, 0, 1, 1);
+    failNext(MORVEX_FAULT_MutexWait, MUTEX_ERROR_WAIT_FAILED);
+    failNext(MORVEX_FAULT_MutexSignal, MUTEX_ERROR_SIGNAL_FAILED);
     PAL::Atomic::increment(value);
     EXPECT_EQ(6u, value);
     // The failed wait left the mutex unowned, the failed signal left it so: the next
@@ -231,7 +189,7 @@ static const char* const sTraceId = "0123456789ABCDEF0123456789ABCDEF";
 
 TEST(TraceTest, RecordsCarryTheConventionAndValuesButNoText)
 {
-    TraceCapture capture;
+    osal_kit_test::TraceCapture capture;
     const int withValues = __LINE__ + 1;
     OSAL_KIT_TRACE(3, "%s%u%s", "MUTEX_ERROR_INTERNAL", 7u, "name");
     const int withoutValues = __LINE__ + 1;
@@ -248,7 +206,6 @@ TEST(TraceTest, RecordsCarryTheConventionAndValuesButNoText)
     EXPECT_TRUE(records[0].hasFormat);
     EXPECT_EQ("%s%u%s", records[0].format);
     EXPECT_EQ((std::vector<std::string>{"MUTEX_ERROR_INTERNAL", "7", "name"}), records[0].values);
-
     EXPECT_EQ(0, records[1].level);
     EXPECT_EQ(withoutValues, records[1].line);
     EXPECT_FALSE(records[1].hasFormat);

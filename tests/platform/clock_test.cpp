@@ -20,30 +20,24 @@ time_t realSeconds()
     return now.tv_sec;
 }
 
-TEST(Clock, RealTimeIsTheCurrentUtcTime)
+TEST(Clock, RealTimeIsTheCurrentUtcTimeUnlessAFixedTimeIsSet)
 {
     const time_t before = realSeconds();
     sMorvex_PAL_RealTime now{};
     ASSERT_EQ(Morvex_PAL_getRealTime(&now), 0);
-    const time_t after = realSeconds();
     EXPECT_GE(secondsOf(now), before);
-    EXPECT_LE(secondsOf(now), after);
+    EXPECT_LE(secondsOf(now), realSeconds());
     EXPECT_EQ(Morvex_PAL_getRealTime(nullptr), 1);
-}
 
-TEST(Clock, AFixedTimeIsDeliveredUnchangedUntilReleased)
-{
+    // The library's date tests check the fields of a fixed time; the two it does not read:
     const sMorvex_PAL_RealTime fixed{59, 58, 23, 31, 12, 99, 5, 364}; // 1999-12-31 23:58:59
     Morvex_PAL_setFixedRealTime(&fixed);
-    sMorvex_PAL_RealTime got{};
-    ASSERT_EQ(Morvex_PAL_getRealTime(&got), 0);
+    ASSERT_EQ(Morvex_PAL_getRealTime(&now), 0);
     Morvex_PAL_setFixedRealTime(nullptr);
-    EXPECT_EQ(secondsOf(got), secondsOf(fixed));
-    EXPECT_EQ(got.weekDay, 5);
-    EXPECT_EQ(got.yearDay, 364);
-
-    ASSERT_EQ(Morvex_PAL_getRealTime(&got), 0);
-    EXPECT_GT(got.year, 99);
+    EXPECT_EQ(now.weekDay, 5);
+    EXPECT_EQ(now.yearDay, 364);
+    ASSERT_EQ(Morvex_PAL_getRealTime(&now), 0);
+    EXPECT_GT(now.year, 99) << "released";
 }
 
 } // namespace

@@ -11,20 +11,27 @@ namespace {
 
 constexpr int kCode = 42;
 
+std::vector<int> strcmpResults(int calls)
+{
+    std::vector<int> results;
+    while (calls-- > 0)
+        results.push_back(Morvex_PAL_strcmp("same", "same"));
+    return results;
+}
+
+std::vector<int> strcmpElsewhere()
+{
+    std::vector<int> results;
+    std::thread([&] { results = strcmpResults(1); }).join();
+    return results;
+}
+
 class Fault : public ::testing::Test {
 protected:
-    static std::vector<int> strcmpResults(int calls)
-    {
-        std::vector<int> results;
-        while (calls-- > 0)
-            results.push_back(Morvex_PAL_strcmp("same", "same"));
-        return results;
-    }
-
     osal_kit_test::FaultGuard guard_;
 };
 
-TEST_F(Fault, SkipLetsCallsPassThenCountCallsFail)
+TEST_F(Fault, SkipLetsCallsPassCountCallsFailAndThisThreadOnlySparesOthers)
 {
     const unsigned long long calls = Morvex_Fault_Calls(MORVEX_FAULT_strcmp);
     const unsigned long long injected = Morvex_Fault_Injected(MORVEX_FAULT_strcmp);
@@ -35,34 +42,26 @@ TEST_F(Fault, SkipLetsCallsPassThenCountCallsFail)
     Morvex_Fault_Arm(MORVEX_FAULT_strcmp, kCode, 5);
     Morvex_Fault_Disarm(MORVEX_FAULT_strcmp);
     EXPECT_EQ(strcmpResults(1), std::vector<int>{0});
-}
 
-TEST_F(Fault, ThisThreadOnlyLeavesOtherThreadsAlone)
-{
-    auto elsewhere = [] {
-        std::vector<int> results;
-        std::thread([&] { results = strcmpResults(1); }).join();
-        return results;
-    };
     Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, kCode, 0, 1, 1);
-    EXPECT_EQ(elsewhere(), std::vector<int>{0});
+    EXPECT_EQ(strcmpElsewhere(), std::vector<int>{0});
     EXPECT_EQ(strcmpResults(2), (std::vector<int>{kCode, 0}));
     Morvex_Fault_Arm(MORVEX_FAULT_strcmp, kCode, 1);
-    EXPECT_EQ(elsewhere(), std::vector<int>{kCode});
+    EXPECT_EQ(strcmpElsewhere(), std::vector<int>{kCode});
 }
 
-// Each row's function fails once: it returns the row's code (for an enum-returning
-// function, a value of that enum) and leaves out-parameters and objects as they were.
+// Each row's function fails once: it returns the row's code and leaves out-parameters
+// and objects as they were.
 TEST_F(Fault, AnInjectedFailureHasNoSideEffect)
 {
     static char marker;
     auto* const sentinel = reinterpret_cast<sMorvex_PAL_Mutex*>(&marker);
-    struct Row {
+    const struct {
         int line;
         eMorvex_FaultFunction function;
         int code;
         std::function<void(int code)> callAndCheck;
-    } const rows[] = {
+    } rows[] = {
         {__LINE__, MORVEX_FAULT_zmalloc, kCode, [](int) {
              osal_kit_test::AllocationBalance balance("faulttest");
              EXPECT_EQ(Morvex_PAL_zmalloc(8, "faulttest", "x", __FILE__, __LINE__), nullptr);

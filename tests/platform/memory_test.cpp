@@ -23,23 +23,20 @@ void release(void* block)
     Morvex_PAL_zfree(block, __FILE__, __LINE__);
 }
 
-TEST(Memory, LookupTellsWhoAskedForALiveBlock)
+TEST(Memory, LookupTellsWhoAskedAndStatsArePerLabelComparedByContent)
 {
     const int line = __LINE__ + 1;
-    void* block = Morvex_PAL_zmalloc(24, kComponent, "lookup", __FILE__, line);
+    void* looked = Morvex_PAL_zmalloc(24, kComponent, "lookup", __FILE__, line);
     sMorvex_PAL_AllocInfo info{};
-    ASSERT_EQ(Morvex_PAL_AllocLookup(block, &info), 0);
+    ASSERT_EQ(Morvex_PAL_AllocLookup(looked, &info), 0);
     EXPECT_EQ(info.size, 24u);
     EXPECT_STREQ(info.component, kComponent);
     EXPECT_STREQ(info.label, "lookup");
     EXPECT_STREQ(info.sourcePath, __FILE__);
     EXPECT_EQ(info.line, line);
-    release(block);
-    EXPECT_EQ(Morvex_PAL_AllocLookup(block, &info), 1);
-}
+    release(looked);
+    EXPECT_EQ(Morvex_PAL_AllocLookup(looked, &info), 1);
 
-TEST(Memory, StatsArePerLabelAndCompareNamesByContent)
-{
     static const char sameTextElsewhere[] = "alpha";
     AllocationBalance all(kComponent), alpha(kComponent, "alpha"), beta(kComponent, "beta");
     void* blocks[] = {allocate(10, "alpha"), allocate(20, sameTextElsewhere), allocate(0, "beta"), allocate(0, "beta")};

@@ -1,3 +1,5 @@
+// Starting twice, running again, waiting for itself or before a start, and the
+// priorities kept are covered through CThread's tests.
 #include "morvex_pal_sema.h"
 #include "morvex_pal_thread.h"
 
@@ -88,43 +90,6 @@ TEST_F(Thread, EveryWaiterGetsTheExitValueAndSeesTheStoredHandleInside)
     EXPECT_EQ(Morvex_PAL_ThreadGetCurrent(), nullptr);
 }
 
-int holdUntilOpened(void* latch)
-{
-    static_cast<Latch*>(latch)->pass();
-    return 3;
-}
-
-TEST_F(Thread, ARunningThreadRefusesAnotherStartAnEndedOneRunsAgain)
-{
-    Latch latch;
-    start(holdUntilOpened, &latch);
-    EXPECT_EQ(Morvex_PAL_ThreadCreate(thread_, recordSelf, &seen_), THREAD_ERROR_ALREADY_STARTED);
-    latch.open();
-    int exitValue = -1;
-    ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, &exitValue), THREAD_OK);
-    EXPECT_EQ(exitValue, 3);
-
-    ASSERT_EQ(Morvex_PAL_ThreadCreate(thread_, recordSelf, &seen_), THREAD_OK);
-    ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, &exitValue), THREAD_OK);
-    EXPECT_EQ(exitValue, 7);
-    EXPECT_EQ(seen_.current, thread_);
-}
-
-int waitForSelf(void*)
-{
-    return Morvex_PAL_ThreadWait(Morvex_PAL_ThreadGetCurrent(), nullptr);
-}
-
-TEST_F(Thread, WaitingForItselfOrForAThreadNeverStartedIsRefused)
-{
-    ASSERT_EQ(Morvex_PAL_ThreadInit(&thread_, "idle", THREAD_PRIO_LOW), THREAD_OK);
-    EXPECT_EQ(Morvex_PAL_ThreadWait(thread_, nullptr), THREAD_ERROR_NOT_STARTED);
-    ASSERT_EQ(Morvex_PAL_ThreadCreate(thread_, waitForSelf, nullptr), THREAD_OK);
-    int result = -1;
-    ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, &result), THREAD_OK);
-    EXPECT_EQ(result, THREAD_ERROR_WAIT_SELF);
-}
-
 struct Handshake {
     Latch running, release, finished;
     static int run(void* argument)
@@ -150,13 +115,9 @@ TEST_F(Thread, DeInitWhileRunningReleasesTheObjectWhenTheThreadEnds)
     handshake.finished.pass();
 }
 
-TEST_F(Thread, PrioritiesAreCheckedAndKept)
+TEST_F(Thread, AnUnknownPriorityIsRefused)
 {
     EXPECT_EQ(Morvex_PAL_ThreadInit(&thread_, "p", eMorvex_PAL_ThreadPrio(7)), THREAD_ERROR_INV_PRIORITY);
-    ASSERT_EQ(Morvex_PAL_ThreadInit(&thread_, "p", THREAD_PRIO_HIGHEST), THREAD_OK);
-    eMorvex_PAL_ThreadPrio priority = THREAD_PRIO_LOWEST;
-    EXPECT_EQ(Morvex_PAL_ThreadGetPriority(thread_, &priority), THREAD_OK);
-    EXPECT_EQ(priority, THREAD_PRIO_HIGHEST);
 }
 
 } // namespace

@@ -3,7 +3,11 @@
 #ifndef OSAL_KIT_TEST_ALLOCATION_BALANCE_H
 #define OSAL_KIT_TEST_ALLOCATION_BALANCE_H
 
+#include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"
+
+#include <initializer_list>
+#include <vector>
 
 namespace osal_kit_test {
 
@@ -34,6 +38,37 @@ public:
     ~FaultGuard();
     FaultGuard(const FaultGuard&) = delete;
     FaultGuard& operator=(const FaultGuard&) = delete;
+};
+
+// Makes the next `count` calls of `function` (on this thread only, unless told
+// otherwise) fail with `code`.
+inline void failNext(eMorvex_FaultFunction function, int code, unsigned int count = 1, bool thisThreadOnly = true)
+{
+    Morvex_Fault_ArmEx(function, code, 0, count, thisThreadOnly ? 1 : 0);
+}
+
+// How often each of some PAL functions was called since this snapshot, so a test can
+// tell that a refusal never reached the PAL core.
+class PalCalls {
+public:
+    PalCalls(std::initializer_list<eMorvex_FaultFunction> functions) : functions_(functions)
+    {
+        for (eMorvex_FaultFunction function : functions_)
+            start_.push_back(Morvex_Fault_Calls(function));
+    }
+    std::vector<unsigned long long> since() const
+    {
+        std::vector<unsigned long long> calls;
+        for (std::size_t i = 0; i < functions_.size(); ++i)
+            calls.push_back(Morvex_Fault_Calls(functions_[i]) - start_[i]);
+        return calls;
+    }
+    // One count per function, for comparing with since().
+    std::vector<unsigned long long> none() const { return std::vector<unsigned long long>(functions_.size(), 0); }
+
+private:
+    std::vector<eMorvex_FaultFunction> functions_;
+    std::vector<unsigned long long> start_;
 };
 
 } // namespace osal_kit_test
