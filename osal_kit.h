@@ -30,6 +30,10 @@
 #include "os/Thread.h"
 #include "os/pal_wrapper.h"
 
+#include "extensions/IPoolTask.h"
+#include "extensions/IThreadPool.h"
 #include "extensions/JobQueue.h"
+#include "extensions/ThreadPool.h"
+#include "extensions/ThreadPoolFactory.h"
 
 #endif

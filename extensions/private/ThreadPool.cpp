@@ -1,0 +1,1252 @@
+#include "extensions/ThreadPool.h"
+
+#include <cstdarg>
+#include <mutex>
+#include <new>
+
+namespace PAL {
+
+namespace {
+
+const char* const sThreadNameFormat = "CThreadPool thread [pos:%d]";
+
+CString makeText(const char* format, ...)
+{
+    char buffer[257];
+    CString text;
+    va_list arguments;
+    va_start(arguments, format);
+    (void)text.doFormat(buffer, static_cast<unsigned int>(sizeof buffer), format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+const char* boolText(bool value)
+{
+    return value ? "true" : "false";
+}
+
+} // namespace
+
+IThreadPool::~IThreadPool() {}
+
+IThreadPool::TaskInfo::TaskInfo() : mTaskName(), mTaskId(0), mQueueId(0)
+{
+    TaskInfo::Reset();
+}
+
+IThreadPool::TaskInfo::TaskInfo(const TaskInfo& other)
+    : mTaskName(other.mTaskName), mTaskId(other.mTaskId), mQueueId(other.mQueueId)
+{
+}
+
+IThreadPool::TaskInfo& IThreadPool::TaskInfo::operator=(const TaskInfo& other)
+{
+    mTaskName = other.mTaskName;
+    mTaskId = other.mTaskId;
+    mQueueId = other.mQueueId;
+    return *this;
+}
+
+IThreadPool::TaskInfo::~TaskInfo() {}
+
+void IThreadPool::TaskInfo::Reset()
+{
+    mTaskName = CString();
+    mTaskId = 0;
+    mQueueId = 0;
+}
+
+IThreadPool::AbortedTaskInfo::AbortedTaskInfo() : TaskInfo(), mWasRunning(false)
+{
+    AbortedTaskInfo::Reset();
+}
+
+IThreadPool::AbortedTaskInfo::AbortedTaskInfo(const AbortedTaskInfo& other)
+    : TaskInfo(other), mWasRunning(other.mWasRunning)
+{
+}
+
+IThreadPool::AbortedTaskInfo& IThreadPool::AbortedTaskInfo::operator=(const AbortedTaskInfo& other)
+{
+    TaskInfo::operator=(other);
+    mWasRunning = other.mWasRunning;
+    return *this;
+}
+
+IThreadPool::AbortedTaskInfo::~AbortedTaskInfo() {}
+
+void IThreadPool::AbortedTaskInfo::Reset()
+{
+    TaskInfo::Reset();
+    mWasRunning = false;
+}
+
+IThreadPool::Status::Status()
+    : mPoolName(),
+      mIsStarted(false),
+      mIsShuttingDown(false),
+      mTasksListSize(0),
+      mMinNumbOfThreads(0),
+      mMaxNumbOfThreads(0),
+      mNumbOfInitializedThreads(0),
+      mNumbOfIdleThreads(0),
+      mNumbOfBusyThreads(0),
+      mNumbOfUninitializedThreads(0),
+      mNumbOfExitedThreads(0),
+      mBusyQueueIds()
+{
+}
+
+void IThreadPool::Status::Reset()
+{
+    mPoolName = CString();
+    mIsStarted = false;
+    mIsShuttingDown = false;
+    mTasksListSize = 0;
+    mMinNumbOfThreads = 0;
+    mMaxNumbOfThreads = 0;
+    mNumbOfInitializedThreads = 0;
+    mNumbOfIdleThreads = 0;
+    mNumbOfBusyThreads = 0;
+    mNumbOfUninitializedThreads = 0;
+    mNumbOfExitedThreads = 0;
+    mBusyQueueIds.clear();
+}
+
+class CThreadPool::CThreadElement {
+public:
+    explicit CThreadElement(const CString& threadName)
+        : mThreadName(threadName), mpTaskElement(0), mpPalThread(0), mpRunTaskSemaphore(0), mHasExited(false),
+          mWasJoined(false)
+    {
+    }
+
+    ~CThreadElement()
+    {
+        if (mpRunTaskSemaphore != 0) {
+            (void)Morvex_PAL_SemaDeInit(&mpRunTaskSemaphore);
+        }
+        if (mpPalThread != 0) {
+            (void)Morvex_PAL_ThreadDeInit(&mpPalThread);
+        }
+    }
+
+    CString mThreadName;
+    CTaskElement* mpTaskElement; // not owned
+    sMorvex_PAL_Thread* mpPalThread;
+    sMorvex_PAL_Sema* mpRunTaskSemaphore;
+    bool mHasExited;
+    // Set by shutdownThreads: only a thread known to have ended gives up its task.
+    bool mWasJoined;
+
+private:
+    CThreadElement(const CThreadElement&) = delete;
+    CThreadElement& operator=(const CThreadElement&) = delete;
+};
+
+class CThreadPool::CTaskElement {
+public:
+    CTaskElement(const CString& taskName, unsigned int queueId);
+    ~CTaskElement();
+
+    unsigned int mTaskId;
+    CString mTaskName;
+    unsigned int mQueueId;
+    IPoolTask* mpPoolTask; // owned
+
+    // Made before the first pool is used (every pool's constructor asks for it), so
+    // two pools never race to create it; see idMutex().
+    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
+    static sMorvex_PAL_Mutex* idMutex();
+
+private:
+    CTaskElement(const CTaskElement&) = delete;
+    CTaskElement& operator=(const CTaskElement&) = delete;
+
+    // Increments happen under spIdMutex; the counter is atomic as well so that ids
+    // stay unique even in a process where the PAL core could not make that mutex.
+    static std::atomic<unsigned int> sNextAvailableTaskId;
+    static std::mutex sIdMutexCreation;
+};
+
+std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
+std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
+// Constant-initialised, so it exists before any constructor of the process runs.
+std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
+
+sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
+{
+    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
+    if (handle != 0) {
+        return handle;
+    }
+    std::lock_guard<std::mutex> guard(sIdMutexCreation);
+    handle = spIdMutex.load(std::memory_order_relaxed);
+    if (handle == 0) {
+        // A failed creation leaves it null; the next task element tries again.
+        (void)Morvex_PAL_MutexInit(&handle);
+        spIdMutex.store(handle, std::memory_order_release);
+    }
+    return handle;
+}
+
+CThreadPool::CTaskElement::CTaskElement(const CString& taskName, unsigned int queueId)
+    : mTaskId(0), mTaskName(taskName), mQueueId(queueId), mpPoolTask(0)
+{
+    sMorvex_PAL_Mutex* mutex = idMutex();
+    const bool locked = mutex != 0 && Morvex_PAL_MutexWait(mutex) == MUTEX_OK;
+    mTaskId = sNextAvailableTaskId.fetch_add(1u);
+    if (mTaskId == 0) {
+        // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
+        mTaskId = sNextAvailableTaskId.fetch_add(1u);
+    }
+    if (locked) {
+        (void)Morvex_PAL_MutexSignal(mutex);
+    }
+}
+
+CThreadPool::CTaskElement::~CTaskElement()
+{
+    delete mpPoolTask;
+}
+
+CThreadPool::CThreadPool(CString poolName)
+    : mTSIMutex(0),
+      mTasksPtrVector(),
+      mThreadsPtrVector(),
+      mBusyQueueIds(),
+      mPoolName(poolName),
+      mIsStarted(false),
+      mMinNumbOfThreads(0),
+      mMaxNumbOfThreads(0),
+      mThreadPrio(0),
+      mIsShuttingDown(false)
+{
+    (void)Morvex_PAL_MutexInit(&mTSIMutex);
+    (void)CTaskElement::idMutex();
+}
+
+CThreadPool::~CThreadPool()
+{
+    const bool locked = lock("~CThreadPool").isEmpty();
+    if (mIsStarted) {
+        (void)stop(eAbortRunningTasks);
+    }
+    if (locked) {
+        (void)unlock("~CThreadPool");
+    }
+    if (mTSIMutex != 0) {
+        (void)Morvex_PAL_MutexDeInit(&mTSIMutex);
+    }
+}
+
+CString CThreadPool::poolText(const char* formatText) const
+{
+    return makeText(formatText, mPoolName.getBuffer());
+}
+
+CString CThreadPool::lock(const char* callerName)
+{
+    if (mTSIMutex == 0) {
+        return makeText("CThreadPool::%s: mTSIMutex == Morvex_NULL [pool:%s]", callerName,
+                        mPoolName.getBuffer());
+    }
+    const int result = Morvex_PAL_MutexWait(mTSIMutex);
+    if (result != 0) {
+        return makeText("CThreadPool::%s: Morvex_PAL_MutexWait failed: %d [pool:%s]", callerName, result,
+                        mPoolName.getBuffer());
+    }
+    return CString();
+}
+
+CString CThreadPool::unlock(const char* callerName)
+{
+    if (mTSIMutex == 0) {
+        return makeText("CThreadPool::%s: mTSIMutex == Morvex_NULL [pool:%s]", callerName,
+                        mPoolName.getBuffer());
+    }
+    const int result = Morvex_PAL_MutexSignal(mTSIMutex);
+    if (result != 0) {
+        return makeText("CThreadPool::%s: Morvex_PAL_MutexSignal failed: %d [pool:%s]", callerName, result,
+                        mPoolName.getBuffer());
+    }
+    return CString();
+}
+
+// Every wrapper runs its worker under the lock; a failed unlock is not reported, and
+// a wrapper that could not lock returns the lock's text without running the worker.
+
+CString CThreadPool::Start(unsigned int minNumbOfThreads, unsigned int maxNumbOfThreads, int priority)
+{
+    CString result = lock("Start");
+    if (result.isEmpty()) {
+        result = start(minNumbOfThreads, maxNumbOfThreads, priority);
+        (void)unlock("Start");
+    }
+    return result;
+}
+
+CString CThreadPool::Stop(eShutdownPolicy shutdownPolicy)
+{
+    CString result = lock("Stop");
+    if (result.isEmpty()) {
+        result = stop(shutdownPolicy);
+        (void)unlock("Stop");
+    }
+    return result;
+}
+
+CString CThreadPool::AddTask(const CString& taskName, IPoolTask* pPoolTask, const unsigned int& queueId,
+                             unsigned int& taskId)
+{
+    CString result = lock("AddTask");
+    if (result.isEmpty()) {
+        result = addTask(taskName, pPoolTask, queueId, taskId);
+        (void)unlock("AddTask");
+    }
+    return result;
+}
+
+CString CThreadPool::AbortTaskByTaskId(const unsigned int& taskId, TVector<AbortedTaskInfo>& abortedTasks)
+{
+    CString result = lock("AbortTaskByTaskId");
+    if (result.isEmpty()) {
+        result = abortTaskByTaskId(taskId, abortedTasks);
+        (void)unlock("AbortTaskByTaskId");
+    }
+    return result;
+}
+
+CString CThreadPool::AbortTaskByName(const CString& taskName, TVector<AbortedTaskInfo>& abortedTasks)
+{
+    CString result = lock("AbortTaskByName");
+    if (result.isEmpty()) {
+        result = abortTaskByName(taskName, abortedTasks);
+        (void)unlock("AbortTaskByName");
+    }
+    return result;
+}
+
+CString CThreadPool::AbortTaskByQueueId(const unsigned int& queueId, const bool& runningTasksOnly,
+                                        TVector<AbortedTaskInfo>& abortedTasks)
+{
+    CString result = lock("AbortTaskByQueueId");
+    if (result.isEmpty()) {
+        result = abortTaskByQueueId(queueId, runningTasksOnly, abortedTasks);
+        (void)unlock("AbortTaskByQueueId");
+    }
+    return result;
+}
+
+CString CThreadPool::AbortAllTasks(TVector<AbortedTaskInfo>& abortedTasks)
+{
+    CString result = lock("AbortAllTasks");
+    if (result.isEmpty()) {
+        result = abortAllTasks(abortedTasks);
+        (void)unlock("AbortAllTasks");
+    }
+    return result;
+}
+
+CString CThreadPool::GetRunningTaskInfoByTaskId(const unsigned int& taskId, TaskInfo& taskInfo)
+{
+    CString result = lock("GetRunningTaskInfoByTaskId");
+    if (result.isEmpty()) {
+        result = getRunningTaskInfoByTaskId(taskId, taskInfo);
+        (void)unlock("GetRunningTaskInfoByTaskId");
+    }
+    return result;
+}
+
+CString CThreadPool::GetRunningTaskInfoByQueueId(const unsigned int& queueId, TVector<TaskInfo>& taskInfos)
+{
+    CString result = lock("GetRunningTaskInfoByQueueId");
+    if (result.isEmpty()) {
+        result = getRunningTaskInfoByQueueId(queueId, taskInfos);
+        (void)unlock("GetRunningTaskInfoByQueueId");
+    }
+    return result;
+}
+
+CString CThreadPool::GetPoolName()
+{
+    CString result = lock("GetPoolName");
+    if (result.isEmpty()) {
+        result = getPoolName();
+        (void)unlock("GetPoolName");
+    }
+    return result;
+}
+
+CString CThreadPool::GetRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore)
+{
+    CString result = lock("GetRunTaskSemaphoreHandle");
+    if (result.isEmpty()) {
+        result = getRunTaskSemaphoreHandle(pPalThread, pSemaphore);
+        (void)unlock("GetRunTaskSemaphoreHandle");
+    }
+    return result;
+}
+
+CString CThreadPool::GetPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask)
+{
+    CString result = lock("GetPoolTask");
+    if (result.isEmpty()) {
+        result = getPoolTask(pPalThread, pPoolTask);
+        (void)unlock("GetPoolTask");
+    }
+    return result;
+}
+
+CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
+{
+    CString result = lock("TaskCompleted");
+    if (result.isEmpty()) {
+        result = taskCompleted(pPalThread);
+        (void)unlock("TaskCompleted");
+    }
+    return result;
+}
+
+// The three wrappers that go on without the lock. They release only a lock they took:
+// a lock refused as recursive (a call from inside IPoolTask::Abort) belongs to the
+// operation that is still running.
+
+bool CThreadPool::IsIdle()
+{
+    const bool locked = lock("IsIdle").isEmpty();
+    const bool result = isIdle();
+    if (locked) {
+        (void)unlock("IsIdle");
+    }
+    return result;
+}
+
+CString CThreadPool::GetStatus(Status& status)
+{
+    const bool locked = lock("GetStatus").isEmpty();
+    CString result = getStatus(status);
+    if (locked) {
+        (void)unlock("GetStatus");
+    }
+    return result;
+}
+
+void CThreadPool::ThreadExited(const sMorvex_PAL_Thread* pPalThread)
+{
+    const bool locked = lock("ThreadExited").isEmpty();
+    threadExited(pPalThread);
+    if (locked) {
+        (void)unlock("ThreadExited");
+    }
+}
+
+CString CThreadPool::getPoolName()
+{
+    return mPoolName;
+}
+
+CString CThreadPool::start(unsigned int minNumbOfThreads, unsigned int maxNumbOfThreads, int priority)
+{
+    if (mIsStarted) {
+        return poolText("CThreadPool::start: pool already started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::start: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (minNumbOfThreads == 0) {
+        return poolText("CThreadPool::start: minNumbOfThreads == 0: not allowed [pool:%s]");
+    }
+    if (minNumbOfThreads > maxNumbOfThreads) {
+        return poolText("CThreadPool::start: minNumbOfThreads > maxNumbOfThreads: not allowed [pool:%s]");
+    }
+    mMaxNumbOfThreads = maxNumbOfThreads;
+    mIsShuttingDown = false;
+    mMinNumbOfThreads = minNumbOfThreads;
+    mThreadPrio = priority;
+
+    CString result;
+    for (unsigned int i = 0; i < minNumbOfThreads && result.isEmpty(); ++i) {
+        unsigned int position = 0;
+        result = addNewThreadToPool(priority, position);
+    }
+    if (result.isEmpty()) {
+        mIsStarted = true;
+        return result;
+    }
+    // The threads made so far find the pool not started, end at once and are joined.
+    shutdownThreads();
+    return result;
+}
+
+CString CThreadPool::addNewThreadToPool(int priority, unsigned int& position)
+{
+    position = 0;
+    CString threadName;
+    (void)threadName.format(sThreadNameFormat, mThreadsPtrVector.size());
+
+    // Room for the new element, and for one more busy queue id (each busy queue id
+    // belongs to a different thread), is taken before the thread starts: once it runs,
+    // the element must not fail to be recorded, nor a dispatch to mark its queue busy.
+    const int needed = mThreadsPtrVector.size() + 1;
+    mThreadsPtrVector.reserve(mThreadsPtrVector.calcNewCapacity(needed));
+    mBusyQueueIds.reserve(mBusyQueueIds.calcNewCapacity(needed));
+    CThreadElement* element = 0;
+    if (mThreadsPtrVector.capacity() >= needed && mBusyQueueIds.capacity() >= needed) {
+        element = new (std::nothrow) CThreadElement(threadName);
+    }
+    if (element == 0) {
+        return poolText("CThreadPool::addNewThreadToPool: cannot allocate CThreadElement [pool:%s]");
+    }
+    CString result = initAndCreateThread(*element, priority);
+    if (!result.isEmpty()) {
+        delete element;
+        return result;
+    }
+    position = static_cast<unsigned int>(mThreadsPtrVector.size());
+    mThreadsPtrVector.push_back(element);
+    return result;
+}
+
+CString CThreadPool::initAndCreateThread(CThreadElement& element, int priority)
+{
+    eMorvex_PAL_ThreadPrio palPriority = THREAD_PRIO_NORMAL;
+    CString result = convertPrioToPalPrio(priority, palPriority);
+    if (result.isEmpty()) {
+        const int semaResult = Morvex_PAL_SemaInit(&element.mpRunTaskSemaphore, 0);
+        if (semaResult != 0) {
+            result = makeText("CThreadPool::initThread: Morvex_PAL_SemaInit failed: %d [pool:%s]", semaResult,
+                              mPoolName.getBuffer());
+        }
+    }
+    if (result.isEmpty()) {
+        const int initResult =
+            Morvex_PAL_ThreadInit(&element.mpPalThread, element.mThreadName.getBuffer(), palPriority);
+        if (initResult != 0) {
+            result = makeText("CThreadPool::initThread: Morvex_PAL_ThreadInit failed: %d [pool:%s]", initResult,
+                              mPoolName.getBuffer());
+        }
+    }
+    if (result.isEmpty()) {
+        const int createResult = Morvex_PAL_ThreadCreate(element.mpPalThread, CThreadPool::poolThread, this);
+        if (createResult != 0) {
+            result = makeText("CThreadPool::initThread: Morvex_PAL_ThreadCreate failed: %d [pool:%s]",
+                              createResult, mPoolName.getBuffer());
+        }
+    }
+    if (!result.isEmpty()) {
+        if (element.mpRunTaskSemaphore != 0) {
+            (void)Morvex_PAL_SemaDeInit(&element.mpRunTaskSemaphore);
+            element.mpRunTaskSemaphore = 0;
+        }
+        if (element.mpPalThread != 0) {
+            (void)Morvex_PAL_ThreadDeInit(&element.mpPalThread);
+            element.mpPalThread = 0;
+        }
+    }
+    return result;
+}
+
+CString CThreadPool::convertPrioToPalPrio(int priority, eMorvex_PAL_ThreadPrio& palPriority)
+{
+    static const eMorvex_PAL_ThreadPrio MAP_TABLE[] = {THREAD_PRIO_LOWEST, THREAD_PRIO_LOWER, THREAD_PRIO_LOW,
+                                                       THREAD_PRIO_NORMAL, THREAD_PRIO_HIGH, THREAD_PRIO_HIGHER,
+                                                       THREAD_PRIO_HIGHEST};
+    palPriority = THREAD_PRIO_NORMAL;
+    if (priority < -3 || priority > 3) {
+        return makeText("CThreadPool::convertPrioToPalPrio: priority value %d not allowed [pool:%s]", priority,
+                        mPoolName.getBuffer());
+    }
+    palPriority = MAP_TABLE[priority + 3];
+    return CString();
+}
+
+CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::stop: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::stop: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    const int policy = static_cast<int>(shutdownPolicy);
+    if (policy != eFinishRunningTasks && policy != eAbortRunningTasks) {
+        return makeText("CThreadPool::stop: unknown shutdownPolicy: %d [pool:%s]", policy,
+                        mPoolName.getBuffer());
+    }
+
+    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
+        delete mTasksPtrVector.get(i);
+    }
+    mTasksPtrVector.clear();
+
+    CString result;
+    if (policy == eAbortRunningTasks) {
+        for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+            CThreadElement* element = mThreadsPtrVector.get(i);
+            if (element == 0) {
+                result = makeText("CThreadPool::stop: Unexpected: mThreadsPtrVector[%d] == 0. [pool:%s]", i,
+                                  mPoolName.getBuffer());
+                continue;
+            }
+            if (element->mpTaskElement != 0 && element->mpTaskElement->mpPoolTask != 0) {
+                element->mpTaskElement->mpPoolTask->Abort();
+            }
+        }
+    }
+
+    shutdownThreads();
+    mIsStarted = false;
+    mBusyQueueIds.clear();
+    return result;
+}
+
+void CThreadPool::shutdownThreads()
+{
+    mIsShuttingDown = true;
+    for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+        CThreadElement* element = mThreadsPtrVector.get(i);
+        if (element != 0 && element->mpRunTaskSemaphore != 0) {
+            (void)Morvex_PAL_SemaSignal(element->mpRunTaskSemaphore);
+        }
+    }
+
+    // The threads need the lock to finish their tasks and leave. Nothing changes the
+    // thread list meanwhile: while shutting down, no operation dispatches.
+    const bool unlocked = unlock("shutdownThreads").isEmpty();
+    for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+        CThreadElement* element = mThreadsPtrVector.get(i);
+        if (element != 0 && element->mpPalThread != 0) {
+            int exitValue = 0;
+            element->mWasJoined = Morvex_PAL_ThreadWait(element->mpPalThread, &exitValue) == THREAD_OK;
+        }
+    }
+    if (unlocked) {
+        (void)lock("shutdownThreads");
+    }
+
+    for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+        CThreadElement* element = mThreadsPtrVector.get(i);
+        if (element == 0) {
+            continue;
+        }
+        // A task attached just before the shutdown whose thread woke to the shutdown
+        // first was never run; nothing else would delete it. A thread that could not be
+        // joined may still be running its task, which is then left alone.
+        if (element->mWasJoined && element->mpTaskElement != 0) {
+            delete element->mpTaskElement;
+            element->mpTaskElement = 0;
+        }
+        delete element;
+    }
+    mThreadsPtrVector.clear();
+    mIsShuttingDown = false;
+}
+
+void CThreadPool::threadExited(const sMorvex_PAL_Thread* pPalThread)
+{
+    if (!mIsStarted || pPalThread == 0) {
+        return;
+    }
+    CThreadElement* element = 0;
+    if (getThreadElementByPalThreadHandle(pPalThread, element).isEmpty()) {
+        element->mHasExited = true;
+    }
+}
+
+CString CThreadPool::addTask(const CString& taskName, IPoolTask* pPoolTask, const unsigned int& queueId,
+                             unsigned int& taskId)
+{
+    taskId = 0;
+    if (!mIsStarted) {
+        return poolText("CThreadPool::addTask: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::addTask: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (queueId > mMaxNumbOfThreads) {
+        return makeText("CThreadPool::addTask: Error: illegal queueId: %d [pool:%s]", static_cast<int>(queueId),
+                        mPoolName.getBuffer());
+    }
+    if (taskName.getLength() == 0) {
+        return poolText("CThreadPool::addTask: Error: taskName is empty [pool:%s]");
+    }
+    if (pPoolTask == 0) {
+        return poolText("CThreadPool::addTask: Error: pPoolTask==0 [pool:%s]");
+    }
+    // The list's room is taken first: once the task has an id, it must be queued.
+    const int needed = mTasksPtrVector.size() + 1;
+    mTasksPtrVector.reserve(mTasksPtrVector.calcNewCapacity(needed));
+    CTaskElement* element = 0;
+    if (mTasksPtrVector.capacity() >= needed) {
+        element = new (std::nothrow) CTaskElement(taskName, queueId);
+    }
+    if (element == 0) {
+        return poolText("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:%s]");
+    }
+    taskId = element->mTaskId;
+    element->mpPoolTask = pPoolTask;
+    pPoolTask->mTaskId = element->mTaskId;
+    mTasksPtrVector.push_back(element);
+    return assignTasksToThreads();
+}
+
+CString CThreadPool::assignTasksToThreads()
+{
+    CString result;
+    if (mTasksPtrVector.size() == 0) {
+        return result;
+    }
+    // A task handed to a thread leaves the list at once; `erased` keeps the indices in
+    // the texts those of the list as the pass found it.
+    int erased = 0;
+    int i = 0;
+    while (i < mTasksPtrVector.size() && result.isEmpty()) {
+        CTaskElement* task = mTasksPtrVector.get(i);
+        if (task == 0) {
+            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: mTasksPtrVector[%d] == 0 "
+                              "[pool:%s]. The null pointer will be removed from the list.",
+                              i + erased, mPoolName.getBuffer());
+            mTasksPtrVector.erase(i);
+            break;
+        }
+        if (task->mQueueId != 0 && !isQueueIdAvailable(task->mQueueId)) {
+            ++i;
+            continue;
+        }
+        int position = -1;
+        (void)getPosOfFirstIdleThread(position);
+        if (position < 0) {
+            unsigned int uninitialized = 0;
+            result = getNumbOfUninitializedThreads(uninitialized);
+            if (!result.isEmpty()) {
+                break;
+            }
+            if (uninitialized == 0) {
+                ++i;
+                continue;
+            }
+            unsigned int newPosition = 0;
+            result = addNewThreadToPool(mThreadPrio, newPosition);
+            if (!result.isEmpty()) {
+                break;
+            }
+            position = static_cast<int>(newPosition);
+        }
+        if (position >= mThreadsPtrVector.size()) {
+            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
+                              "mThreadsPtrVector.size() [%d] [pool:%s].",
+                              position, mThreadsPtrVector.size(), mPoolName.getBuffer());
+            break;
+        }
+        CThreadElement* thread = mThreadsPtrVector.get(position);
+        thread->mpTaskElement = task;
+        const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
+        if (signalResult != 0) {
+            // The thread will not wake for it: the task goes back to being only waiting.
+            thread->mpTaskElement = 0;
+            result = makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
+                              "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
+                              signalResult, position, task->mTaskName.getBuffer(), mPoolName.getBuffer());
+            break;
+        }
+        if (task->mQueueId != 0) {
+            setQueueIdAsBusy(task->mQueueId);
+        }
+        mTasksPtrVector.erase(i);
+        ++erased;
+    }
+    return result;
+}
+
+int CThreadPool::poolThread(void* pPool)
+{
+    if (pPool == 0) {
+        return 0;
+    }
+    CThreadPool* pool = static_cast<CThreadPool*>(pPool);
+    const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
+    sMorvex_PAL_Sema* semaphore = 0;
+    if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
+        for (;;) {
+            (void)Morvex_PAL_SemaWait(semaphore);
+            if (pool->mIsShuttingDown) {
+                break;
+            }
+            IPoolTask* task = 0;
+            if (!pool->GetPoolTask(self, task).isEmpty()) {
+                break;
+            }
+            if (task != 0) {
+                task->Run();
+            }
+            if (!pool->TaskCompleted(self).isEmpty()) {
+                break;
+            }
+        }
+    }
+    pool->ThreadExited(self);
+    return 0;
+}
+
+CString CThreadPool::getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getRunTaskSemaphoreHandle: Error: pool is not started [pool:%s]");
+    }
+    if (pPalThread == 0) {
+        return poolText("CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pPalThread==0 [pool:%s]");
+    }
+    CThreadElement* element = 0;
+    CString result = getThreadElementByPalThreadHandle(pPalThread, element);
+    if (!result.isEmpty()) {
+        return result;
+    }
+    if (element->mpRunTaskSemaphore == 0) {
+        return poolText(
+            "CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pThreadElement->mpRunTaskSemaphore==0 [pool:%s]");
+    }
+    pSemaphore = element->mpRunTaskSemaphore;
+    return result;
+}
+
+CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask)
+{
+    pPoolTask = 0;
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getPoolTask: Error: pool is not started [pool:%s]");
+    }
+    if (pPalThread == 0) {
+        return poolText("CThreadPool::getPoolTask: Unexpected: pPalThread==0 [pool:%s]");
+    }
+    CThreadElement* element = 0;
+    CString result = getThreadElementByPalThreadHandle(pPalThread, element);
+    if (!result.isEmpty()) {
+        return result;
+    }
+    if (element->mpTaskElement == 0) {
+        return poolText("CThreadPool::getPoolTask: Unexpected: the pool-thread has no associated task [pool:%s]");
+    }
+    pPoolTask = element->mpTaskElement->mpPoolTask;
+    return result;
+}
+
+CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::taskCompleted: Error: pool is not started [pool:%s]");
+    }
+    if (pPalThread == 0) {
+        return poolText("CThreadPool::taskCompleted: Unexpected: pPalThread==0 [pool:%s]");
+    }
+    CThreadElement* element = 0;
+    CString result = getThreadElementByPalThreadHandle(pPalThread, element);
+    if (!result.isEmpty()) {
+        return result;
+    }
+    if (element->mpTaskElement != 0) {
+        if (element->mpTaskElement->mQueueId != 0) {
+            setQueueIdAsFree(element->mpTaskElement->mQueueId);
+        }
+        delete element->mpTaskElement;
+        element->mpTaskElement = 0;
+    }
+    if (mIsShuttingDown) {
+        return result;
+    }
+    (void)assignTasksToThreads();
+    return result;
+}
+
+bool CThreadPool::isQueueIdAvailable(unsigned int queueId)
+{
+    for (int i = mBusyQueueIds.size() - 1; i >= 0; --i) {
+        if (*mBusyQueueIds.get(i) == queueId) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CThreadPool::setQueueIdAsBusy(unsigned int queueId)
+{
+    if (isQueueIdAvailable(queueId)) {
+        mBusyQueueIds.push_back(queueId);
+    }
+}
+
+void CThreadPool::setQueueIdAsFree(unsigned int queueId)
+{
+    for (int i = mBusyQueueIds.size() - 1; i >= 0; --i) {
+        if (*mBusyQueueIds.get(i) == queueId) {
+            mBusyQueueIds.erase(i);
+            return;
+        }
+    }
+}
+
+CString CThreadPool::getThreadElementByPalThreadHandle(const sMorvex_PAL_Thread* pPalThread,
+                                                       CThreadElement*& pThreadElement)
+{
+    pThreadElement = 0;
+    for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+        CThreadElement* element = mThreadsPtrVector.get(i);
+        if (element != 0 && element->mpPalThread == pPalThread) {
+            pThreadElement = element;
+            return CString();
+        }
+    }
+    return poolText("CThreadPool::getThreadElementByPalThreadHandle: palThread not found in mThreadsPtrVector "
+                    "[pool:%s]");
+}
+
+CString CThreadPool::getPosOfFirstIdleThread(int& posOfFirstIdleThread)
+{
+    posOfFirstIdleThread = -1;
+    for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
+        CThreadElement* element = mThreadsPtrVector.get(i);
+        // A thread whose loop has ended would never run what it is given.
+        if (element != 0 && element->mpTaskElement == 0 && !element->mHasExited) {
+            posOfFirstIdleThread = i;
+            break;
+        }
+    }
+    return CString();
+}
+
+CString CThreadPool::getNumbOfUninitializedThreads(unsigned int& numbOfThreads)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getNumbOfUninitializedThreads: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText(
+            "CThreadPool::getNumbOfUninitializedThreads: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    const unsigned int size = static_cast<unsigned int>(mThreadsPtrVector.size());
+    if (size > mMaxNumbOfThreads) {
+        return makeText("CThreadPool::getNumbOfUninitializedThreads: Unexpected: mThreadsPtrVector.size [=%d] > "
+                        "mMaxNumbOfThreads [=%d] [pool:%s]",
+                        mThreadsPtrVector.size(), static_cast<int>(mMaxNumbOfThreads), mPoolName.getBuffer());
+    }
+    numbOfThreads = mMaxNumbOfThreads - size;
+    return CString();
+}
+
+namespace {
+
+IThreadPool::AbortedTaskInfo abortedInfo(const CString& name, unsigned int taskId, unsigned int queueId,
+                                         bool wasRunning)
+{
+    IThreadPool::AbortedTaskInfo info;
+    info.mTaskName = name;
+    info.mTaskId = taskId;
+    info.mQueueId = queueId;
+    info.mWasRunning = wasRunning;
+    return info;
+}
+
+} // namespace
+
+CString CThreadPool::abortTaskByTaskId(const unsigned int& taskId, TVector<AbortedTaskInfo>& abortedTasks)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::abortTaskByTaskId: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::abortTaskByTaskId: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (taskId == 0) {
+        return poolText("CThreadPool::abortTaskByTaskId: Error: taskId==0 is invalid [pool:%s]");
+    }
+    abortedTasks.clear();
+    return abortTaskByCriteria(taskId, CString(), 0, false, abortedTasks);
+}
+
+CString CThreadPool::abortTaskByName(const CString& taskName, TVector<AbortedTaskInfo>& abortedTasks)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::abortTaskByName: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::abortTaskByName: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (taskName.isEmpty()) {
+        return poolText("CThreadPool::abortTaskByName: Error: empty taskname is invalid [pool:%s]");
+    }
+    abortedTasks.clear();
+    return abortTaskByCriteria(0, taskName, 0, false, abortedTasks);
+}
+
+CString CThreadPool::abortTaskByQueueId(const unsigned int& queueId, const bool& runningTasksOnly,
+                                        TVector<AbortedTaskInfo>& abortedTasks)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::abortTaskByQueueId: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::abortTaskByQueueId: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (queueId > mMaxNumbOfThreads) {
+        return makeText("CThreadPool::abortTaskByQueueId: Error: illegal queueId: %d [pool:%s]",
+                        static_cast<int>(queueId), mPoolName.getBuffer());
+    }
+    abortedTasks.clear();
+    return abortTaskByCriteria(0, CString(), queueId, runningTasksOnly, abortedTasks);
+}
+
+CString CThreadPool::abortTaskByCriteria(const unsigned int& taskId, const CString& taskName,
+                                         const unsigned int& queueId, const bool& runningTasksOnly,
+                                         TVector<AbortedTaskInfo>& abortedTasks)
+{
+    CString result;
+    abortedTasks.clear();
+    const bool byTaskId = taskId != 0;
+    const bool byName = !byTaskId && !taskName.isEmpty();
+    bool matched = false;
+
+    for (int pos = 0; pos < mThreadsPtrVector.size() && result.isEmpty() && !(byTaskId && matched); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element == 0 || element->mpTaskElement == 0) {
+            continue;
+        }
+        const CTaskElement& task = *element->mpTaskElement;
+        const bool matches = byTaskId ? task.mTaskId == taskId
+                                      : (byName ? task.mTaskName == taskName : task.mQueueId == queueId);
+        if (!matches) {
+            continue;
+        }
+        matched = true;
+        if (task.mpPoolTask == 0) {
+            result = makeText("CThreadPool::abortTaskByCriteria: Unexpected: IPoolTask * == 0. Task-id:%d. "
+                              "Task-name:%s. Thread-pos:%d. [pool:%s]",
+                              static_cast<int>(task.mTaskId), task.mTaskName.getBuffer(), pos,
+                              mPoolName.getBuffer());
+            break;
+        }
+        task.mpPoolTask->Abort();
+        abortedTasks.push_back(abortedInfo(task.mTaskName, task.mTaskId, task.mQueueId, true));
+    }
+
+    if (!result.isEmpty() || runningTasksOnly || (byTaskId && matched)) {
+        return result;
+    }
+    for (int i = mTasksPtrVector.size() - 1; i >= 0 && result.isEmpty() && !(byTaskId && matched); --i) {
+        CTaskElement* task = mTasksPtrVector.get(i);
+        if (task == 0) {
+            result = makeText("CThreadPool::abortTaskByCriteria: Unexpected: mTasksPtrVector[%d] == 0. [pool:%s]",
+                              i, mPoolName.getBuffer());
+            break;
+        }
+        const bool matches = byTaskId ? task->mTaskId == taskId
+                                      : (byName ? task->mTaskName == taskName : task->mQueueId == queueId);
+        if (!matches) {
+            continue;
+        }
+        matched = true;
+        if (task->mpPoolTask != 0) {
+            task->mpPoolTask->mIsAborted = true;
+        }
+        abortedTasks.push_back(abortedInfo(task->mTaskName, task->mTaskId, task->mQueueId, false));
+    }
+    return result;
+}
+
+CString CThreadPool::abortAllTasks(TVector<AbortedTaskInfo>& abortedTasks)
+{
+    abortedTasks.clear();
+    if (!mIsStarted) {
+        return poolText("CThreadPool::abortAllTasks: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::abortAllTasks: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element == 0 || element->mpTaskElement == 0 || element->mpTaskElement->mpPoolTask == 0) {
+            continue;
+        }
+        const CTaskElement& task = *element->mpTaskElement;
+        task.mpPoolTask->Abort();
+        abortedTasks.push_back(abortedInfo(task.mTaskName, task.mTaskId, task.mQueueId, true));
+    }
+    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
+        CTaskElement* task = mTasksPtrVector.get(i);
+        if (task == 0) {
+            continue;
+        }
+        if (task->mpPoolTask != 0) {
+            task->mpPoolTask->mIsAborted = true;
+        }
+        abortedTasks.push_back(abortedInfo(task->mTaskName, task->mTaskId, task->mQueueId, false));
+    }
+    return CString();
+}
+
+CString CThreadPool::getRunningTaskInfoByTaskId(const unsigned int& taskId, TaskInfo& taskInfo)
+{
+    taskInfo.Reset();
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getRunningTaskInfoByTaskId: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText(
+            "CThreadPool::getRunningTaskInfoByTaskId: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (taskId == 0) {
+        return makeText("CThreadPool::getRunningTaskInfoByTaskId: Error: illegal taskId: %d [pool:%s]",
+                        static_cast<int>(taskId), mPoolName.getBuffer());
+    }
+    for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element != 0 && element->mpTaskElement != 0 && element->mpTaskElement->mTaskId == taskId) {
+            taskInfo.mTaskName = element->mpTaskElement->mTaskName;
+            taskInfo.mTaskId = element->mpTaskElement->mTaskId;
+            taskInfo.mQueueId = element->mpTaskElement->mQueueId;
+            return CString();
+        }
+    }
+    return makeText("CThreadPool::getRunningTaskInfoByTaskId: Error: no running task for requested taskId=%d "
+                    "[pool:%s]",
+                    static_cast<int>(taskId), mPoolName.getBuffer());
+}
+
+CString CThreadPool::getRunningTaskInfoByQueueId(const unsigned int& queueId, TVector<TaskInfo>& taskInfos)
+{
+    taskInfos.clear();
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getRunningTaskInfoByQueueId: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText(
+            "CThreadPool::getRunningTaskInfoByQueueId: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    if (queueId > mMaxNumbOfThreads) {
+        return makeText("CThreadPool::getRunningTaskInfoByQueueId: Error: illegal queueId: %d [pool:%s]",
+                        static_cast<int>(queueId), mPoolName.getBuffer());
+    }
+    bool found = false;
+    for (int pos = 0; pos < mThreadsPtrVector.size() && !(found && queueId != 0); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element == 0 || element->mpTaskElement == 0 || element->mpTaskElement->mQueueId != queueId) {
+            continue;
+        }
+        TaskInfo info;
+        info.mTaskName = element->mpTaskElement->mTaskName;
+        info.mTaskId = element->mpTaskElement->mTaskId;
+        info.mQueueId = element->mpTaskElement->mQueueId;
+        taskInfos.push_back(info);
+        found = true;
+    }
+    if (!found) {
+        return makeText("CThreadPool::getRunningTaskInfoByQueueId: Error: no running task for requested "
+                        "queueId=%d [pool:%s]",
+                        static_cast<int>(queueId), mPoolName.getBuffer());
+    }
+    return CString();
+}
+
+bool CThreadPool::isIdle()
+{
+    if (mTasksPtrVector.size() != 0) {
+        return false;
+    }
+    for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element != 0 && element->mpTaskElement != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+CString CThreadPool::getNumbOfIdleThreads(unsigned int& numbOfIdleThreads)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getNumbOfIdleThreads: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::getNumbOfIdleThreads: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    unsigned int idle = 0;
+    for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element != 0 && element->mpTaskElement == 0) {
+            ++idle;
+        }
+    }
+    numbOfIdleThreads = idle;
+    return CString();
+}
+
+CString CThreadPool::getNumbOfBusyThreads(unsigned int& numbOfBusyThreads)
+{
+    if (!mIsStarted) {
+        return poolText("CThreadPool::getNumbOfBusyThreads: Error: pool is not started [pool:%s]");
+    }
+    if (mIsShuttingDown) {
+        return poolText("CThreadPool::getNumbOfBusyThreads: Not allowed because the pool is shutting down [pool:%s]");
+    }
+    unsigned int idle = 0;
+    CString result = getNumbOfIdleThreads(idle);
+    if (!result.isEmpty()) {
+        return result;
+    }
+    const unsigned int size = static_cast<unsigned int>(mThreadsPtrVector.size());
+    if (idle > size) {
+        return makeText("CThreadPool::getNumbOfBusyThreads: Unexpected: numbOfIdleThreads [%d] > "
+                        "mThreadsPtrVector.size [=%d] [pool:%s]",
+                        static_cast<int>(idle), mThreadsPtrVector.size(), mPoolName.getBuffer());
+    }
+    numbOfBusyThreads = size - idle;
+    return result;
+}
+
+void CThreadPool::getBusyQueueIds(TVector<unsigned int>& busyQueueIds, CString& busyQueueIdsText)
+{
+    busyQueueIds = mBusyQueueIds;
+    busyQueueIdsText = "[";
+    for (int i = 0; i < mBusyQueueIds.size(); ++i) {
+        CString id;
+        (void)id.format("%d", static_cast<int>(*mBusyQueueIds.get(i)));
+        busyQueueIdsText += id;
+        busyQueueIdsText += " ";
+    }
+    busyQueueIdsText += "]";
+}
+
+CString CThreadPool::getStatus(Status& status)
+{
+    status.Reset();
+    status.mPoolName = mPoolName;
+    status.mIsStarted = mIsStarted;
+    status.mIsShuttingDown = mIsShuttingDown;
+    status.mMinNumbOfThreads = mMinNumbOfThreads;
+    status.mMaxNumbOfThreads = mMaxNumbOfThreads;
+    status.mTasksListSize = mTasksPtrVector.size();
+    status.mNumbOfInitializedThreads = mThreadsPtrVector.size();
+    (void)getNumbOfIdleThreads(status.mNumbOfIdleThreads);
+    (void)getNumbOfBusyThreads(status.mNumbOfBusyThreads);
+    (void)getNumbOfUninitializedThreads(status.mNumbOfUninitializedThreads);
+    for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
+        CThreadElement* element = mThreadsPtrVector.get(pos);
+        if (element != 0 && element->mHasExited) {
+            ++status.mNumbOfExitedThreads;
+        }
+    }
+    CString idsText;
+    getBusyQueueIds(status.mBusyQueueIds, idsText);
+    return makeText("Status of thread-pool ['%s', minThr:%d, maxThr:%d, started:%s, shutdown:%s]: tasks-list "
+                    "size:%d, initialized-threads:%d (idle:%d, busy:%d), uninitialized-threads:%d, "
+                    "exited-threads:%d, busy-queue_ids:%s",
+                    status.mPoolName.getBuffer(), static_cast<int>(status.mMinNumbOfThreads),
+                    static_cast<int>(status.mMaxNumbOfThreads), boolText(status.mIsStarted),
+                    boolText(status.mIsShuttingDown), status.mTasksListSize,
+                    status.mNumbOfInitializedThreads, static_cast<int>(status.mNumbOfIdleThreads),
+                    static_cast<int>(status.mNumbOfBusyThreads),
+                    static_cast<int>(status.mNumbOfUninitializedThreads),
+                    static_cast<int>(status.mNumbOfExitedThreads), idsText.getBuffer());
+}
+
+} // namespace PAL
