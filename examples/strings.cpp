@@ -1,8 +1,11 @@
 // Strings: UTF-8 text counted in characters, copies that share one block until one
-// of them writes, editing and formatting, and what happens to input that is not
-// valid UTF-8.
+// of them writes, editing and formatting, what happens to input that is not valid
+// UTF-8, Unicode case mapping, strict number conversions and token-separated lists.
 
 #include "core/String.h"
+#include "core/StringUtilities.h"
+#include "core/TokenSeparatedList.h"
+#include "core/Vector.h"
 
 #include <cstdio>
 
@@ -86,6 +89,83 @@ void formatting()
     std::printf("300 characters asked for: complete %s, kept %u\n", complete ? "yes" : "no", longLine.getLength());
 }
 
+void caseMapping()
+{
+    std::printf("-- case mapping --\n");
+    // Code point by code point, without locale: one character may become several.
+    const char* const words[] = {"straße", "ΣΟΦΊΑ", "ǅemal", "İstanbul"};
+    for (int i = 0; i < 4; ++i) {
+        PAL::CString upper(words[i]);
+        PAL::StringUtilities::toUpper(upper);
+        PAL::CString lower(words[i]);
+        PAL::StringUtilities::toLower(lower);
+        std::printf("%s: upper \"%s\" (%u characters), lower \"%s\" (%u characters)\n", words[i],
+                    upper.getBuffer(), upper.getLength(), lower.getBuffer(), lower.getLength());
+    }
+    // A string shared with others is copied before it is mapped.
+    const PAL::CString original("Köln");
+    PAL::CString shouted = original;
+    PAL::StringUtilities::toUpper(shouted);
+    std::printf("%s stays as it was beside %s\n", original.getBuffer(), shouted.getBuffer());
+}
+
+void numbers()
+{
+    std::printf("-- number conversions --\n");
+    // The whole text must be the number (white space around it aside); a refusal
+    // leaves the value as it was.
+    const char* const texts[] = {" -42 ", "12a", "2147483648", ""};
+    for (int i = 0; i < 4; ++i) {
+        int value = 7;
+        const bool read = PAL::StringUtilities::toInt32(texts[i], value);
+        std::printf("toInt32(\"%s\"): %s, value %d\n", texts[i], read ? "read" : "refused", value);
+    }
+    unsigned short port = 0;
+    const bool portRead = PAL::StringUtilities::toUInt16("0x1F90", port, true, true);
+    std::printf("toUInt16(\"0x1F90\", hex): %s, %u\n", portRead ? "read" : "refused", port);
+    unsigned char level = 9;
+    const bool levelRead = PAL::StringUtilities::toUInt8("256", level, false, false);
+    std::printf("toUInt8(\"256\"): %s, value %u\n", levelRead ? "read" : "refused", level);
+
+    PAL::CString text;
+    PAL::StringUtilities::fromUInt32(text, 48879, true);
+    std::printf("48879 in hex: %s\n", text.getBuffer());
+
+    PAL::CString line("a line that is far too long");
+    PAL::StringUtilities::truncateInByteUnits(line, 12, "...");
+    std::printf("cut to 12 bytes: \"%s\"\n", line.getBuffer());
+}
+
+void tokenLists()
+{
+    std::printf("-- token-separated lists --\n");
+    PAL::CTokenSeparatedList colours(";", PAL::CString());
+    colours.Add("red");
+    colours.Add("green");
+    colours.Add(42);
+    const bool added = colours.Add("a;b");
+    std::printf("list \"%s\"; \"a;b\" %s; green at %d, blue at %d\n", colours.Get().getBuffer(),
+                added ? "added" : "refused (contains the separator)", colours.Find("green"), colours.Find("blue"));
+
+    // No token at all and one empty token are different lists.
+    const PAL::CTokenSeparatedList none(",", PAL::CString());
+    const PAL::CTokenSeparatedList oneEmpty(",", PAL::CString(""));
+    std::printf("from the shared empty string: %s; from \"\": %s\n", none.IsEmpty() ? "no token" : "tokens",
+                oneEmpty.IsEmpty() ? "no token" : "one empty token");
+
+    PAL::CTokenSeparatedList numbers(",", "3,1,4");
+    PAL::TVector<int> values;
+    if (numbers.ToVector(values)) {
+        int sum = 0;
+        for (int i = 0; i < values.size(); ++i) {
+            sum += *values.get(i);
+        }
+        std::printf("\"%s\" as numbers: %d values adding up to %d\n", numbers.Get().getBuffer(), values.size(), sum);
+    }
+    numbers.Set("3,x");
+    std::printf("\"3,x\" as numbers: %s\n", numbers.ToVector(values) ? "read" : "refused");
+}
+
 } // namespace
 
 int main()
@@ -95,5 +175,8 @@ int main()
     sharing();
     editing();
     formatting();
+    caseMapping();
+    numbers();
+    tokenLists();
     return 0;
 }
