@@ -67,7 +67,11 @@ public:
 
 // Byte-stream forms: each value as it lies in memory (host byte order), with no tag
 // and no padding. Results of `read` and `write` are not looked at. Every operator
-// returns its stream argument.
+// returns its stream argument. They keep no state of their own: any thread may use them
+// on a stream that no other thread uses meanwhile.
+//
+//     out << 7u << when;        // 4 bytes, then the 8 bytes of the microsecond count
+//     in >> count >> when;      // in the same order
 
 /// The 4 bytes of `value`.
 OSAL_KIT_API IOStream& operator<<(IOStream& stream, const unsigned int& value);

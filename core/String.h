@@ -278,11 +278,13 @@ private:
     SStringData* mpData;
 };
 
-/// Characters from `b` to `a`, negative when `a` lies before `b`.
+/// Characters from `b` to `a`, negative when `a` lies before `b`. Both must point into
+/// the same, unchanged string (anything else gives no meaningful count).
 OSAL_KIT_API int operator-(const CString::const_iterator& a, const CString::const_iterator& b);
 
 /// A hash of the text up to its first NUL: h = 5 * h + (signed char)byte, from 0, in
-/// 32-bit arithmetic. "abc" hashes to 3014.
+/// 32-bit arithmetic. "abc" hashes to 3014. Reads only, so any thread may call it on a
+/// string no other thread is writing.
 OSAL_KIT_API unsigned int getHashValueForString(const CString& s);
 
 } // namespace PAL

@@ -10,7 +10,8 @@ namespace PAL {
 // The plain byte-stream form of a string: its byte length as 4 bytes (host byte
 // order), then its UTF-8 bytes without a terminator. The aligned, terminated Ipc form
 // is `CString::toIpcStream` / `CString::fromIpcStream`; a record written in one form
-// cannot be read in the other.
+// cannot be read in the other. The operators keep no state of their own: any thread may
+// use them on a stream and a string that no other thread uses meanwhile.
 
 /// Writes the plain form of `text`; returns `stream`.
 ///

@@ -99,7 +99,9 @@ public:
 };
 
 /// The helper family of an element type, chosen at compile time: scalars (numbers,
-/// enumerations, pointers) move as bytes, everything else as objects.
+/// enumerations, pointers) move as bytes, everything else as objects. The helpers keep
+/// no state; they own nothing and lock nothing, so callers keep the ranges they touch
+/// to one thread.
 template <typename T>
 struct TVectorHelpers {
     typedef typename std::conditional<std::is_scalar<T>::value, CVectorHelperSimple, CVectorHelperComplex>::type Vector;

@@ -84,7 +84,9 @@ public:
     };
 
     /// What `Insert` returns for a job it refused or could not queue; valid ids run
-    /// from 1 to 4294967295 and then start again at 1.
+    /// from 1 to 4294967295 and then start again at 1. Ids need not be consecutive: a
+    /// failed send uses one up, and so does the job each flush with a running worker
+    /// queues behind the others.
     static const unsigned int JOB_ID_INVALID = 0;
 
     /// A queue named `name` for at most `size` waiting jobs, whose worker runs at

@@ -34,16 +34,23 @@ public:
     /// (checked before anything else); `RESULT_ALREADY_CREATED` when the object has a
     /// socket (which it keeps).
     eResult Create(const eDomain& domain, const eType& type, const eProtocol& protocol);
-    /// Binds to `port` on any local address (0: the system picks one).
+    /// Binds to `port` on any local address (0: the system picks one);
+    /// `RESULT_ADDRESS_IN_USE` when the port is taken.
     eResult Bind(const unsigned short& port);
     /// Connects to `host` (dotted IPv4 address or host name) at `port`.
+    /// `RESULT_CONNECTION_REFUSED` when nothing listens there, `RESULT_UNREACHABLE` for
+    /// an unknown host or network, `RESULT_INVALID_PARAMETER` for an empty host.
     eResult Connect(const CString& host, const unsigned short& port);
     /// Waits for at least one byte and reads up to `size` into `buffer`.
+    /// `RESULT_CONNECTION_CLOSED` once the peer has closed and everything it sent has
+    /// been read; `RESULT_INVALID_POINTER` for a null `buffer`.
     eResult Read(void* buffer, const unsigned int& size, unsigned int& received);
     /// As the blocking `Read`, giving up with `RESULT_TIMEOUT` after `timeout`
     /// (milliseconds on the PAL core of this host; passed on unchanged).
     eResult Read(void* buffer, const unsigned int& size, unsigned int& received, const unsigned int& timeout);
     /// Sends `size` bytes of `data`; `written` gets the number the PAL core sent.
+    /// `RESULT_CONNECTION_CLOSED` once the connection is known to be gone (a write is
+    /// never answered by a signal); `RESULT_INVALID_POINTER` for null `data`.
     eResult Write(const void* data, const unsigned int& size, unsigned int& written);
     /// Sets lingering on close: `onOff` non-zero makes closing wait up to `seconds` for
     /// unsent data. Both are passed to the PAL core unchanged.

@@ -76,7 +76,8 @@ private:
     bool mLockOnDestruction;
 };
 
-/// Translates PAL core mutex result codes to their symbolic texts and back.
+/// Translates PAL core mutex result codes to their symbolic texts and back. A constant
+/// table: any thread may call `Map`; the texts are static and never freed.
 ///
 ///     PAL::MutexResultStrMap::Map(MUTEX_ERROR_RECURSIVE);   // "MUTEX_ERROR_RECURSIVE"
 ///     PAL::MutexResultStrMap::Map("MUTEX_OK");              // MUTEX_OK

@@ -39,6 +39,7 @@ public:
     enum eProtocol : int { PROTOCOL_TCP = 1 };
 
     /// Translates between the PAL core's socket codes and `eResult` through `MAP_TABLE`.
+    /// A constant table: any thread may call `Map`.
     class OSAL_KIT_API ResultMap {
     public:
         struct SPair {
@@ -69,9 +70,10 @@ public:
     eResult Close();
 
     /// Prepares the PAL core's socket layer for the process; for the application to
-    /// call, never called by the library.
+    /// call, never called by the library. Call it once, from one thread, before the
+    /// first socket is created; the PAL core's code comes back translated.
     static eResult InitImplementation();
-    /// Releases what `InitImplementation` prepared.
+    /// Releases what `InitImplementation` prepared; call it once no socket is in use.
     static eResult DeInitImplementation();
 
 protected:

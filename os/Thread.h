@@ -76,6 +76,7 @@ private:
 };
 
 /// Translates `CThread::ePriority` to the PAL core's `eMorvex_PAL_ThreadPrio` and back.
+/// A constant table: any thread may call `Map`.
 ///
 ///     PAL::PriorityMap::Map(PAL::CThread::PRIORITY_HIGH);   // THREAD_PRIO_HIGH
 class OSAL_KIT_API PriorityMap {

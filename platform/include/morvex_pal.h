@@ -1,4 +1,9 @@
-/* The whole Morvex PAL core and tools-library interface. */
+/* The whole Morvex PAL core and tools-library interface, as the POSIX stand-ins
+ * implement it. The library calls only the functions that README.md lists under
+ * "Porting"; a device's own platform libraries provide those. The rest (fault
+ * injection in morvex_pal_fault.h, allocation statistics and lookup, trace sinks and
+ * levels, the fixed clock, thread name and priority queries) are the stand-ins' hooks
+ * for tests. */
 #ifndef MORVEX_PAL_H
 #define MORVEX_PAL_H
 

@@ -1,0 +1,26 @@
+# Runs PROGRAM (under EMULATOR, "|"-separated, when cross-compiling) and compares its
+# standard output with the file EXPECTED. A non-zero exit, anything on standard error
+# or any difference fails the test, which then shows the difference.
+if(EMULATOR)
+    string(REPLACE "|" ";" command "${EMULATOR}")
+endif()
+list(APPEND command "${PROGRAM}")
+execute_process(COMMAND ${command} OUTPUT_VARIABLE actual ERROR_VARIABLE errors RESULT_VARIABLE result)
+file(READ "${EXPECTED}" expected)
+
+if(NOT result STREQUAL "0")
+    message(FATAL_ERROR "${PROGRAM} exited with ${result}\n${errors}\n--- output ---\n${actual}")
+endif()
+if(NOT errors STREQUAL "")
+    message(FATAL_ERROR "${PROGRAM} wrote to standard error:\n${errors}")
+endif()
+if(NOT actual STREQUAL expected)
+    set(actualFile "${PROGRAM}.actual.txt")
+    file(WRITE "${actualFile}" "${actual}")
+    find_program(DIFF diff)
+    if(DIFF)
+        execute_process(COMMAND ${DIFF} -u "${EXPECTED}" "${actualFile}")
+    endif()
+    message(FATAL_ERROR "output differs from ${EXPECTED}; the output is in ${actualFile}")
+endif()
+message(STATUS "output matches ${EXPECTED}")
