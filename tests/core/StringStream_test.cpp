@@ -5,7 +5,7 @@
 
 #include "support/AllocationBalance.h"
 #include "support/StreamBytes.h"
-#include "support/StringInspect.h"
+#include "support/StringBlock.h"
 
 #include "morvex_pal_fault.h"
 

@@ -4,7 +4,7 @@
 #include "core/StringUtilities.h"
 
 #include "support/AllocationBalance.h"
-#include "support/StringInspect.h"
+#include "support/StringBlock.h"
 
 #include "morvex_pal_fault.h"
 

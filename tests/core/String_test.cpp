@@ -4,7 +4,7 @@
 #include "os/pal_wrapper.h"
 
 #include "support/AllocationBalance.h"
-#include "support/StringInspect.h"
+#include "support/StringBlock.h"
 
 #include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"

@@ -5,7 +5,7 @@
 #include "core/String.h"
 
 #include "support/CountingElement.h"
-#include "support/StringInspect.h"
+#include "support/StringBlock.h"
 
 #include <gtest/gtest.h>
 
