@@ -90,6 +90,9 @@ public:
     bool addElem(tListInfo& info, const CString& token) const;
 
 private:
+    template <class T, class Take>
+    bool collectTokens(TVector<T>& out, Take take) const;
+
     CString mSeparator;
     tListInfo mListInfo;
 };

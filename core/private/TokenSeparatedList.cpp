@@ -73,6 +73,30 @@ bool pushBack(TVector<T>& vector, const T& element)
 
 } // namespace
 
+// Every token, the trailing empty one included, through `take`; all or nothing.
+template <class T, class Take>
+bool CTokenSeparatedList::collectTokens(TVector<T>& out, Take take) const
+{
+    out.clear();
+    if (mListInfo.mIsEmpty) {
+        return true;
+    }
+    CTokenWalk walk(mListInfo.mList, mSeparator);
+    CString token;
+    bool complete = true;
+    while (complete && walk.next(token)) {
+        complete = take(token, out);
+    }
+    complete = complete && !walk.failed();
+    if (complete && walk.hasTrailingEmptyToken()) {
+        complete = take(CString(), out);
+    }
+    if (!complete) {
+        out.clear();
+    }
+    return complete;
+}
+
 CTokenSeparatedList::CTokenSeparatedList(const CString& separator, const CString& list)
     : mSeparator(separator),
       mListInfo(list, holdsNoToken(list))
@@ -157,49 +181,17 @@ bool CTokenSeparatedList::FromVector(const TVector<int>& values)
 
 bool CTokenSeparatedList::ToVector(TVector<CString>& tokens) const
 {
-    tokens.clear();
-    if (mListInfo.mIsEmpty) {
-        return true;
-    }
-    CTokenWalk walk(mListInfo.mList, mSeparator);
-    CString token;
-    bool complete = true;
-    while (complete && walk.next(token)) {
-        complete = pushBack(tokens, token);
-    }
-    complete = complete && !walk.failed();
-    if (complete && walk.hasTrailingEmptyToken()) {
-        complete = pushBack(tokens, CString());
-    }
-    if (!complete) {
-        tokens.clear();
-    }
-    return complete;
+    return collectTokens(tokens, [](const CString& token, TVector<CString>& out) { return pushBack(out, token); });
 }
 
 bool CTokenSeparatedList::ToVector(TVector<int>& values) const
 {
-    values.clear();
-    if (mListInfo.mIsEmpty) {
-        return true;
-    }
-    CTokenWalk walk(mListInfo.mList, mSeparator);
-    CString token;
-    bool complete = true;
-    while (complete && walk.next(token)) {
-        int value = 0;
-        complete = strToInt(token, value) && pushBack(values, value);
-    }
-    complete = complete && !walk.failed();
     // An empty token (after a trailing separator, or the only one of an empty text) is
-    // not a number.
-    if (complete && walk.hasTrailingEmptyToken()) {
-        complete = false;
-    }
-    if (!complete) {
-        values.clear();
-    }
-    return complete;
+    // not a number, so strToInt refuses it.
+    return collectTokens(values, [](const CString& token, TVector<int>& out) {
+        int value = 0;
+        return strToInt(token, value) && pushBack(out, value);
+    });
 }
 
 bool CTokenSeparatedList::strToInt(const CString& text, int& value)
