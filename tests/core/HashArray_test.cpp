@@ -23,17 +23,7 @@ using PAL::CString;
 typedef PAL::THashArray<CString, CountedValue> NamedValues;
 typedef std::map<std::string, int> Contents;
 
-class HashArrayTest : public ::testing::Test {
-protected:
-    void SetUp() override { CountedValue::reset(); }
-    void TearDown() override
-    {
-        EXPECT_EQ(0, CountedValue::live()) << "every value is destroyed exactly once";
-        EXPECT_EQ(0, CountedValue::misuses());
-    }
-
-    osal_kit_test::FaultGuard faults;
-};
+class HashArrayTest : public osal_kit_test::CountedValueTest {};
 
 Contents contentsOf(const NamedValues& table)
 {

@@ -22,17 +22,7 @@ using osal_kit_test::CountedValue;
 typedef PAL::THashMap<CountedValue> CountedMap;
 typedef std::map<unsigned int, int> Contents;
 
-class HashMapTest : public ::testing::Test {
-protected:
-    void SetUp() override { CountedValue::reset(); }
-    void TearDown() override
-    {
-        EXPECT_EQ(0, CountedValue::live()) << "every value is destroyed exactly once";
-        EXPECT_EQ(0, CountedValue::misuses());
-    }
-
-    osal_kit_test::FaultGuard faults;
-};
+class HashMapTest : public osal_kit_test::CountedValueTest {};
 
 Contents contentsOf(const CountedMap& map)
 {

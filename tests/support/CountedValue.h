@@ -3,6 +3,10 @@
 #ifndef OSAL_KIT_TEST_SUPPORT_COUNTEDVALUE_H
 #define OSAL_KIT_TEST_SUPPORT_COUNTEDVALUE_H
 
+#include "support/AllocationBalance.h"
+
+#include <gtest/gtest.h>
+
 #include <atomic>
 
 namespace osal_kit_test {
@@ -51,6 +55,19 @@ private:
     static inline std::atomic<long> sConstructed{0};
     static inline std::atomic<long> sDestroyed{0};
     static inline std::atomic<long> sMisuses{0};
+};
+
+// Checks that every CountedValue a test made was destroyed exactly once and never misused.
+class CountedValueTest : public ::testing::Test {
+protected:
+    void SetUp() override { CountedValue::reset(); }
+    void TearDown() override
+    {
+        EXPECT_EQ(0, CountedValue::live()) << "every value is destroyed exactly once";
+        EXPECT_EQ(0, CountedValue::misuses());
+    }
+
+    FaultGuard faults;
 };
 
 } // namespace osal_kit_test
