@@ -14,6 +14,15 @@ elseif(NOT OSAL_KIT_SANITIZE STREQUAL "")
     message(FATAL_ERROR "OSAL_KIT_SANITIZE must be empty, address or thread")
 endif()
 
+# Fuzzing needs coverage feedback from the library and the platform, not only from
+# the fuzz targets themselves.
+if(OSAL_KIT_BUILD_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "OSAL_KIT_BUILD_FUZZ needs Clang (libFuzzer)")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # Warnings for the project's own targets (not for GoogleTest built alongside).
 function(osal_kit_warnings target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wcast-align
