@@ -18,8 +18,80 @@ typedef struct FaultSlot {
 static pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 static FaultSlot g_slots[MORVEX_FAULT_COUNT];
 static atomic_uint g_armedSlots;
-static _Atomic unsigned long long g_calls[MORVEX_FAULT_COUNT];
 static _Atomic unsigned long long g_injected[MORVEX_FAULT_COUNT];
+
+/* Calls are counted per thread, by the thread alone (a load and a store, no shared
+ * cache line), and added up on demand. A thread's counters are linked into g_threads
+ * on its first call and folded into g_retiredCalls when it ends; calls a thread makes
+ * after that (from other destructors at its exit) go to g_retiredCalls directly. */
+typedef struct ThreadCalls {
+    _Atomic unsigned long long calls[MORVEX_FAULT_COUNT];
+    int state; /* 0 not linked, 1 linked, 2 ended */
+    struct ThreadCalls* next;
+    struct ThreadCalls* previous;
+} ThreadCalls;
+
+static _Thread_local ThreadCalls t_calls __attribute__((tls_model("initial-exec")));
+static ThreadCalls* g_threads; /* under g_lock */
+static _Atomic unsigned long long g_retiredCalls[MORVEX_FAULT_COUNT];
+static pthread_once_t g_keyOnce = PTHREAD_ONCE_INIT;
+static pthread_key_t g_key;
+static int g_keyValid;
+
+static void retireThread(void* calls)
+{
+    ThreadCalls* thread = (ThreadCalls*)calls;
+    pthread_mutex_lock(&g_lock);
+    for (unsigned int i = 0; i < (unsigned int)MORVEX_FAULT_COUNT; ++i)
+        atomic_fetch_add_explicit(&g_retiredCalls[i],
+                                  atomic_load_explicit(&thread->calls[i], memory_order_relaxed),
+                                  memory_order_relaxed);
+    if (thread->previous != Morvex_NULL)
+        thread->previous->next = thread->next;
+    else
+        g_threads = thread->next;
+    if (thread->next != Morvex_NULL)
+        thread->next->previous = thread->previous;
+    thread->state = 2;
+    pthread_mutex_unlock(&g_lock);
+}
+
+static void createKey(void)
+{
+    g_keyValid = pthread_key_create(&g_key, retireThread) == 0;
+}
+
+/* Without a key the thread can't be told of its end, so it counts globally. */
+static void linkThread(void)
+{
+    pthread_once(&g_keyOnce, createKey);
+    if (!g_keyValid || pthread_setspecific(g_key, &t_calls) != 0) {
+        t_calls.state = 2;
+        return;
+    }
+    pthread_mutex_lock(&g_lock);
+    t_calls.next = g_threads;
+    t_calls.previous = Morvex_NULL;
+    if (g_threads != Morvex_NULL)
+        g_threads->previous = &t_calls;
+    g_threads = &t_calls;
+    t_calls.state = 1;
+    pthread_mutex_unlock(&g_lock);
+}
+
+static void countCall(eMorvex_FaultFunction function)
+{
+    if (t_calls.state != 1) {
+        if (t_calls.state == 0)
+            linkThread();
+        if (t_calls.state != 1) {
+            atomic_fetch_add_explicit(&g_retiredCalls[function], 1u, memory_order_relaxed);
+            return;
+        }
+    }
+    _Atomic unsigned long long* counter = &t_calls.calls[function];
+    atomic_store_explicit(counter, atomic_load_explicit(counter, memory_order_relaxed) + 1u, memory_order_relaxed);
+}
 
 static int validFunction(eMorvex_FaultFunction function)
 {
@@ -60,7 +132,7 @@ int Morvex_Fault_Check(eMorvex_FaultFunction function, int* code)
 {
     if (!validFunction(function) || code == Morvex_NULL)
         return 0;
-    atomic_fetch_add_explicit(&g_calls[function], 1u, memory_order_relaxed);
+    countCall(function);
     if (atomic_load_explicit(&g_armedSlots, memory_order_relaxed) == 0)
         return 0;
     return checkArmed(function, code);
@@ -110,7 +182,14 @@ void Morvex_Fault_DisarmAll(void)
 
 unsigned long long Morvex_Fault_Calls(eMorvex_FaultFunction function)
 {
-    return validFunction(function) ? atomic_load_explicit(&g_calls[function], memory_order_relaxed) : 0u;
+    if (!validFunction(function))
+        return 0u;
+    pthread_mutex_lock(&g_lock);
+    unsigned long long total = atomic_load_explicit(&g_retiredCalls[function], memory_order_relaxed);
+    for (const ThreadCalls* thread = g_threads; thread != Morvex_NULL; thread = thread->next)
+        total += atomic_load_explicit(&thread->calls[function], memory_order_relaxed);
+    pthread_mutex_unlock(&g_lock);
+    return total;
 }
 
 unsigned long long Morvex_Fault_Injected(eMorvex_FaultFunction function)
