@@ -129,6 +129,10 @@ private:
 class DoneNotification : public Poco::Notification {
 };
 
+// Ends the consumer; a wake-up call could come before it waits and be lost.
+class StopNotification : public Poco::Notification {
+};
+
 class PocoConsumer : public Poco::Runnable {
 public:
     explicit PocoConsumer(Poco::PriorityNotificationQueue& queue) : mQueue(queue) {}
@@ -136,8 +140,8 @@ public:
     {
         for (;;) {
             Poco::AutoPtr<Poco::Notification> notification(mQueue.waitDequeueNotification());
-            if (notification.isNull())
-                return; // woken to stop
+            if (notification.isNull() || dynamic_cast<const StopNotification*>(notification.get()) != nullptr)
+                return;
             if (const SumNotification* job = dynamic_cast<const SumNotification*>(notification.get())) {
                 sum += job->value();
                 ++ran;
@@ -167,7 +171,7 @@ void JobQueuePoco(benchmark::State& state)
         queue.enqueueNotification(new DoneNotification, INT_MAX);
         consumer.done.wait();
     }
-    queue.wakeUpAll();
+    queue.enqueueNotification(new StopNotification, INT_MAX);
     thread.join();
     finish(state, consumer.sum, consumer.ran);
 }
