@@ -12,27 +12,19 @@ typedef struct FaultSlot {
     pthread_t owner;
 } FaultSlot;
 
-/* The slots are only touched under g_lock; g_armedSlots lets every unarmed call
+/* The slots are only touched under g_lock; morvexFaultArmedSlots lets every unarmed call
  * through on one relaxed load. A caller that arms and then calls on the same thread
  * sees its own store; other threads see it once the test has synchronised with them. */
 static pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 static FaultSlot g_slots[MORVEX_FAULT_COUNT];
-static atomic_uint g_armedSlots;
+atomic_uint morvexFaultArmedSlots;
 static _Atomic unsigned long long g_injected[MORVEX_FAULT_COUNT];
 
-/* Calls are counted per thread, by the thread alone (a load and a store, no shared
- * cache line), and added up on demand. A thread's counters are linked into g_threads
- * on its first call and folded into g_retiredCalls when it ends; calls a thread makes
- * after that (from other destructors at its exit) go to g_retiredCalls directly. */
-typedef struct ThreadCalls {
-    _Atomic unsigned long long calls[MORVEX_FAULT_COUNT];
-    int state; /* 0 not linked, 1 linked, 2 ended */
-    struct ThreadCalls* next;
-    struct ThreadCalls* previous;
-} ThreadCalls;
-
-static _Thread_local ThreadCalls t_calls __attribute__((tls_model("initial-exec")));
-static ThreadCalls* g_threads; /* under g_lock */
+/* Each thread's call counts (fault_internal.h) are linked into g_threads on its first
+ * call and folded into g_retiredCalls when it ends; calls a thread makes after that
+ * (from other destructors at its exit) go to g_retiredCalls directly. */
+_Thread_local MorvexFaultThreadCalls morvexFaultThreadCalls __attribute__((tls_model("initial-exec")));
+static MorvexFaultThreadCalls* g_threads; /* under g_lock */
 static _Atomic unsigned long long g_retiredCalls[MORVEX_FAULT_COUNT];
 static pthread_once_t g_keyOnce = PTHREAD_ONCE_INIT;
 static pthread_key_t g_key;
@@ -40,7 +32,7 @@ static int g_keyValid;
 
 static void retireThread(void* calls)
 {
-    ThreadCalls* thread = (ThreadCalls*)calls;
+    MorvexFaultThreadCalls* thread = (MorvexFaultThreadCalls*)calls;
     pthread_mutex_lock(&g_lock);
     for (unsigned int i = 0; i < (unsigned int)MORVEX_FAULT_COUNT; ++i)
         atomic_fetch_add_explicit(&g_retiredCalls[i],
@@ -62,35 +54,33 @@ static void createKey(void)
 }
 
 /* Without a key the thread can't be told of its end, so it counts globally. */
-static void linkThread(void)
+static void linkThread(MorvexFaultThreadCalls* thread)
 {
     pthread_once(&g_keyOnce, createKey);
-    if (!g_keyValid || pthread_setspecific(g_key, &t_calls) != 0) {
-        t_calls.state = 2;
+    if (!g_keyValid || pthread_setspecific(g_key, thread) != 0) {
+        thread->state = 2;
         return;
     }
     pthread_mutex_lock(&g_lock);
-    t_calls.next = g_threads;
-    t_calls.previous = Morvex_NULL;
+    thread->next = g_threads;
+    thread->previous = Morvex_NULL;
     if (g_threads != Morvex_NULL)
-        g_threads->previous = &t_calls;
-    g_threads = &t_calls;
-    t_calls.state = 1;
+        g_threads->previous = thread;
+    g_threads = thread;
+    thread->state = 1;
     pthread_mutex_unlock(&g_lock);
 }
 
-static void countCall(eMorvex_FaultFunction function)
+void morvexFaultCountUnlinked(eMorvex_FaultFunction function)
 {
-    if (t_calls.state != 1) {
-        if (t_calls.state == 0)
-            linkThread();
-        if (t_calls.state != 1) {
-            atomic_fetch_add_explicit(&g_retiredCalls[function], 1u, memory_order_relaxed);
-            return;
-        }
+    MorvexFaultThreadCalls* thread = &morvexFaultThreadCalls;
+    if (thread->state == 0)
+        linkThread(thread);
+    if (thread->state == 1) {
+        atomic_fetch_add_explicit(&thread->calls[function], 1u, memory_order_relaxed);
+        return;
     }
-    _Atomic unsigned long long* counter = &t_calls.calls[function];
-    atomic_store_explicit(counter, atomic_load_explicit(counter, memory_order_relaxed) + 1u, memory_order_relaxed);
+    atomic_fetch_add_explicit(&g_retiredCalls[function], 1u, memory_order_relaxed);
 }
 
 static int validFunction(eMorvex_FaultFunction function)
@@ -103,11 +93,11 @@ static void disarmLocked(FaultSlot* slot)
 {
     if (slot->armed) {
         slot->armed = 0;
-        atomic_fetch_sub_explicit(&g_armedSlots, 1u, memory_order_relaxed);
+        atomic_fetch_sub_explicit(&morvexFaultArmedSlots, 1u, memory_order_relaxed);
     }
 }
 
-static int checkArmed(eMorvex_FaultFunction function, int* code)
+int morvexFaultCheckArmed(eMorvex_FaultFunction function, int* code)
 {
     int fail = 0;
     pthread_mutex_lock(&g_lock);
@@ -132,10 +122,7 @@ int Morvex_Fault_Check(eMorvex_FaultFunction function, int* code)
 {
     if (!validFunction(function) || code == Morvex_NULL)
         return 0;
-    countCall(function);
-    if (atomic_load_explicit(&g_armedSlots, memory_order_relaxed) == 0)
-        return 0;
-    return checkArmed(function, code);
+    return morvexFaultCheck(function, code);
 }
 
 void Morvex_Fault_ArmEx(eMorvex_FaultFunction function, int code, unsigned int skip, unsigned int count,
@@ -153,7 +140,7 @@ void Morvex_Fault_ArmEx(eMorvex_FaultFunction function, int code, unsigned int s
         slot->thisThreadOnly = thisThreadOnly != 0;
         slot->owner = pthread_self();
         slot->armed = 1;
-        atomic_fetch_add_explicit(&g_armedSlots, 1u, memory_order_relaxed);
+        atomic_fetch_add_explicit(&morvexFaultArmedSlots, 1u, memory_order_relaxed);
     }
     pthread_mutex_unlock(&g_lock);
 }
@@ -186,7 +173,7 @@ unsigned long long Morvex_Fault_Calls(eMorvex_FaultFunction function)
         return 0u;
     pthread_mutex_lock(&g_lock);
     unsigned long long total = atomic_load_explicit(&g_retiredCalls[function], memory_order_relaxed);
-    for (const ThreadCalls* thread = g_threads; thread != Morvex_NULL; thread = thread->next)
+    for (const MorvexFaultThreadCalls* thread = g_threads; thread != Morvex_NULL; thread = thread->next)
         total += atomic_load_explicit(&thread->calls[function], memory_order_relaxed);
     pthread_mutex_unlock(&g_lock);
     return total;

@@ -265,7 +265,7 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
 {
     unsigned int pair = resolvePair(component, label);
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_zmalloc, &code))
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_zmalloc, &code))
         return failRequest(pair);
 
     void* p = malloc(size != 0 ? size : 1u);
@@ -385,7 +385,7 @@ int Morvex_PAL_AllocGetStats(const char* component, const char* label, sMorvex_P
 void* Morvex_PAL_memcpy(void* dst, const void* src, unsigned int n)
 {
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_memcpy, &code) || dst == Morvex_NULL || src == Morvex_NULL)
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_memcpy, &code) || dst == Morvex_NULL || src == Morvex_NULL)
         return Morvex_NULL;
     return memcpy(dst, src, n);
 }
@@ -393,7 +393,7 @@ void* Morvex_PAL_memcpy(void* dst, const void* src, unsigned int n)
 void* Morvex_PAL_memset(void* dst, int value, unsigned int n)
 {
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_memset, &code) || dst == Morvex_NULL)
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_memset, &code) || dst == Morvex_NULL)
         return Morvex_NULL;
     return memset(dst, value, n);
 }

@@ -237,7 +237,7 @@ static tMorvex_TraceSink g_sink; /* under g_sinkLock; NULL: the default sink */
  * place, a record below its level is dropped before any formatting. */
 static atomic_int g_customSink;
 static void* g_sinkContext;
-static _Thread_local int t_inSink;
+static _Thread_local int t_inSink __attribute__((tls_model("initial-exec")));
 
 static pthread_once_t g_levelOnce = PTHREAD_ONCE_INIT;
 static atomic_int g_minimumLevel = DEFAULT_MINIMUM_LEVEL;
@@ -292,14 +292,14 @@ static void defaultSink(const sMorvex_TraceRecord* record)
 void Morvex_TraceOut_trace(int level, const char* component, int reserved, const char* sourcePath,
                            const char* traceId, int line, const char* format, ...)
 {
-    /* A sink that traces would deadlock on g_sinkLock; such records are dropped. */
-    if (t_inSink)
-        return;
     if (!atomic_load_explicit(&g_customSink, memory_order_acquire)) {
         pthread_once(&g_levelOnce, readLevelFromEnvironment);
         if (level < atomic_load_explicit(&g_minimumLevel, memory_order_relaxed))
             return;
     }
+    /* A sink that traces would deadlock on g_sinkLock; such records are dropped. */
+    if (t_inSink)
+        return;
     sMorvex_TraceRecord record;
     record.level = level;
     record.component = component;

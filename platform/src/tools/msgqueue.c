@@ -1,5 +1,7 @@
 #include "msgqueue.h"
 
+/* Outside the PAL core: the exported check, not its inlined one. */
+#define MORVEX_FAULT_OUTSIDE_CORE
 #include "../pal/fault_internal.h"
 
 #include <pthread.h>
