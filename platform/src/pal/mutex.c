@@ -3,7 +3,6 @@
 #include "fault_internal.h"
 #include "futex_internal.h"
 
-#include <pthread.h>
 #include <stdatomic.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -20,9 +19,13 @@ struct sMorvex_PAL_Mutex {
     _Atomic uintptr_t owner; /* 0 while free */
 };
 
+/* A thread's id is the address of its own copy of this byte: distinct among live
+ * threads, never 0, and found without a call. */
+static _Thread_local char t_identity __attribute__((tls_model("initial-exec")));
+
 static uintptr_t currentThread(void)
 {
-    return (uintptr_t)pthread_self();
+    return (uintptr_t)&t_identity;
 }
 
 static int ownedByCaller(sMorvex_PAL_Mutex* handle)
