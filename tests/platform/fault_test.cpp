@@ -50,6 +50,37 @@ TEST_F(Fault, SkipLetsCallsPassCountCallsFailAndThisThreadOnlySparesOthers)
     EXPECT_EQ(strcmpElsewhere(), std::vector<int>{kCode});
 }
 
+// Calls are counted per thread and added up on demand: those of threads that have
+// ended still count, as do those of threads still running.
+TEST_F(Fault, CallsOfEveryThreadCountEndedOrRunning)
+{
+    const unsigned long long calls = Morvex_Fault_Calls(MORVEX_FAULT_strcmp);
+    std::vector<std::thread> ended;
+    for (int i = 0; i < 3; ++i)
+        ended.emplace_back([] { strcmpResults(5); });
+    for (auto& thread : ended)
+        thread.join();
+    EXPECT_EQ(Morvex_Fault_Calls(MORVEX_FAULT_strcmp) - calls, 15u);
+
+    sMorvex_PAL_Sema* counted = nullptr;
+    sMorvex_PAL_Sema* release = nullptr;
+    ASSERT_EQ(Morvex_PAL_SemaInit(&counted, 0), SEMA_OK);
+    ASSERT_EQ(Morvex_PAL_SemaInit(&release, 0), SEMA_OK);
+    std::thread running([&] {
+        strcmpResults(4);
+        Morvex_PAL_SemaSignal(counted);
+        Morvex_PAL_SemaWait(release);
+    });
+    Morvex_PAL_SemaWait(counted);
+    strcmpResults(2);
+    EXPECT_EQ(Morvex_Fault_Calls(MORVEX_FAULT_strcmp) - calls, 21u);
+    Morvex_PAL_SemaSignal(release);
+    running.join();
+    EXPECT_EQ(Morvex_Fault_Calls(MORVEX_FAULT_strcmp) - calls, 21u);
+    Morvex_PAL_SemaDeInit(&counted);
+    Morvex_PAL_SemaDeInit(&release);
+}
+
 // Each row's function fails once: it returns the row's code and leaves out-parameters
 // and objects as they were.
 TEST_F(Fault, AnInjectedFailureHasNoSideEffect)

@@ -41,4 +41,19 @@ TEST(Sema, ManyProducersAndConsumersLoseNoSignal)
     EXPECT_EQ(Morvex_PAL_SemaDeInit(&sema), SEMA_OK);
 }
 
+// The waiter frees the semaphore as soon as its wait returns, while the signalling
+// thread may still be inside Morvex_PAL_SemaSignal: the signal must not touch the
+// semaphore once the count is up (the sanitizers see it if it does).
+TEST(Sema, AWaiterMayDestroyTheSemaphoreAsSoonAsItsWaitReturns)
+{
+    for (int round = 0; round < 500; ++round) {
+        sMorvex_PAL_Sema* sema = nullptr;
+        ASSERT_EQ(Morvex_PAL_SemaInit(&sema, 0), SEMA_OK);
+        std::thread signaller([sema] { EXPECT_EQ(Morvex_PAL_SemaSignal(sema), SEMA_OK); });
+        ASSERT_EQ(round % 2 == 0 ? Morvex_PAL_SemaWait(sema) : Morvex_PAL_SemaTimedWait(sema, 60000), SEMA_OK);
+        EXPECT_EQ(Morvex_PAL_SemaDeInit(&sema), SEMA_OK);
+        signaller.join();
+    }
+}
+
 } // namespace

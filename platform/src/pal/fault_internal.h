@@ -5,6 +5,8 @@
 
 #include "morvex_pal_fault.h"
 
+#include <stdatomic.h>
+
 MORVEX_BEGIN_DECLS
 
 /* Counts one call of `function`. Returns 1 and stores the armed code in *code when an
@@ -12,13 +14,58 @@ MORVEX_BEGIN_DECLS
  * never allocates. */
 MORVEX_API int Morvex_Fault_Check(eMorvex_FaultFunction function, int* code);
 
+/* The same check inlined into the PAL core's own functions, which run on every
+ * allocation, lock and reference count: each thread counts its calls in its own
+ * block (a load and a store, no shared cache line; fault.c links the blocks and adds
+ * them up), and an unarmed registry costs one relaxed load. Other libraries call
+ * Morvex_Fault_Check. */
+typedef struct MorvexFaultThreadCalls {
+    _Atomic unsigned long long calls[MORVEX_FAULT_COUNT];
+    int state; /* 0 not linked yet, 1 linked, 2 ended: count globally */
+    struct MorvexFaultThreadCalls* next;
+    struct MorvexFaultThreadCalls* previous;
+} MorvexFaultThreadCalls;
+
+#ifndef MORVEX_FAULT_OUTSIDE_CORE
+
+__attribute__((visibility("hidden"))) extern _Thread_local MorvexFaultThreadCalls morvexFaultThreadCalls
+    __attribute__((tls_model("initial-exec")));
+__attribute__((visibility("hidden"))) extern atomic_uint morvexFaultArmedSlots;
+/* A call of a thread whose block is not linked (first call, or after its end). */
+__attribute__((visibility("hidden"))) void morvexFaultCountUnlinked(eMorvex_FaultFunction function);
+/* The armed path, under the registry's lock. */
+__attribute__((visibility("hidden"))) int morvexFaultCheckArmed(eMorvex_FaultFunction function, int* code);
+
+static inline int morvexFaultCheck(eMorvex_FaultFunction function, int* code)
+{
+    MorvexFaultThreadCalls* thread = &morvexFaultThreadCalls;
+    if (thread->state == 1) {
+        _Atomic unsigned long long* counter = &thread->calls[function];
+        atomic_store_explicit(counter, atomic_load_explicit(counter, memory_order_relaxed) + 1u,
+                              memory_order_relaxed);
+    } else {
+        morvexFaultCountUnlinked(function);
+    }
+    if (atomic_load_explicit(&morvexFaultArmedSlots, memory_order_relaxed) == 0u)
+        return 0;
+    return morvexFaultCheckArmed(function, code);
+}
+
+#define MORVEX_FAULT_CHECK(function, code) morvexFaultCheck((function), (code))
+
+#else
+
+#define MORVEX_FAULT_CHECK(function, code) Morvex_Fault_Check((function), (code))
+
+#endif
+
 MORVEX_END_DECLS
 
 /* Returns the armed code from the calling function when a fault is armed for it. */
 #define MORVEX_FAULT_RETURN(function, type)                 \
     do {                                                    \
         int faultCode_;                                     \
-        if (Morvex_Fault_Check((function), &faultCode_))    \
+        if (MORVEX_FAULT_CHECK((function), &faultCode_))    \
             return (type)faultCode_;                        \
     } while (0)
 

@@ -1,6 +1,7 @@
 #include "morvex_pal_memory.h"
 
 #include "fault_internal.h"
+#include "futex_internal.h"
 
 #include <pthread.h>
 #include <stdatomic.h>
@@ -11,7 +12,8 @@
 /* Everything here runs on every allocation of the process (the C++ library routes
  * operator new through zmalloc), possibly before main and on any thread. So: only
  * statically initialised state, no lazy set-up, nothing that allocates except malloc
- * itself, and the common path takes one shard lock plus a few relaxed atomics. */
+ * itself, and the common path takes one shard lock (one atomic operation each way)
+ * and nothing shared beyond it: the counts live in the shards, added up on demand. */
 
 #define PAIR_LIMIT 1024u
 #define ALIAS_SLOTS 4096u /* power of two */
@@ -19,18 +21,16 @@
 #define SHARD_BITS 6u
 #define FIRST_TABLE_SIZE 64u
 
-/* Stats of one (component, label) pair. Entry 0 catches whatever arrives once the
- * table of pairs is full, so a runaway caller can't make allocation fail. */
+/* One (component, label) pair. Entry 0 catches whatever arrives once the table of
+ * pairs is full, so a runaway caller can't make allocation fail. Failures are rare and
+ * counted here; everything else is counted in the shards. */
 typedef struct Pair {
     const char* component;
     const char* label;
-    atomic_uint liveBlocks;
-    _Atomic unsigned long long liveBytes;
-    _Atomic unsigned long long allocations;
     _Atomic unsigned long long failures;
 } Pair;
 
-static Pair g_pairs[PAIR_LIMIT] = {{"morvex_pal", "(overflow)", 0, 0, 0, 0}};
+static Pair g_pairs[PAIR_LIMIT] = {{"morvex_pal", "(overflow)", 0}};
 static atomic_uint g_pairCount = 1; /* entries below it are filled; published with release */
 static pthread_mutex_t g_pairLock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -47,6 +47,11 @@ static Alias g_aliasPool[ALIAS_LIMIT];
 static unsigned int g_aliasUsed; /* under g_pairLock */
 static _Atomic(const Alias*) g_aliasSlots[ALIAS_SLOTS];
 
+/* Most threads allocate under one pair most of the time. */
+static _Thread_local const char* t_lastComponent __attribute__((tls_model("initial-exec")));
+static _Thread_local const char* t_lastLabel __attribute__((tls_model("initial-exec")));
+static _Thread_local unsigned int t_lastPair __attribute__((tls_model("initial-exec")));
+
 /* A live block. The address is kept inverted so that a leak checker scanning memory
  * for pointers does not take this table for a reference to a block the program lost. */
 typedef struct Record {
@@ -57,15 +62,26 @@ typedef struct Record {
     int line;
 } Record;
 
-/* Open addressing with linear probing and backward-shift deletion (no tombstones). */
+/* The counts of the blocks of one pair that live in one shard. */
+typedef struct Counts {
+    unsigned int liveBlocks;
+    unsigned long long liveBytes;
+    unsigned long long allocations;
+} Counts;
+
+/* Open addressing with linear probing and backward-shift deletion (no tombstones).
+ * A block is freed through the shard it was recorded in, so its pair's counts in
+ * that shard never go below zero. */
 typedef struct Shard {
-    _Alignas(64) pthread_mutex_t lock;
+    _Alignas(64) MorvexLock lock;
     Record* records;
     size_t mask; /* capacity - 1, when records is not NULL */
     size_t used;
+    Counts* counts; /* indexed by pair, `countCapacity` entries */
+    unsigned int countCapacity;
 } Shard;
 
-#define SHARD_INIT {PTHREAD_MUTEX_INITIALIZER, Morvex_NULL, 0, 0}
+#define SHARD_INIT {MORVEX_LOCK_INIT, Morvex_NULL, 0, 0, Morvex_NULL, 0}
 #define SHARD_INIT4 SHARD_INIT, SHARD_INIT, SHARD_INIT, SHARD_INIT
 #define SHARD_INIT16 SHARD_INIT4, SHARD_INIT4, SHARD_INIT4, SHARD_INIT4
 static Shard g_shards[1u << SHARD_BITS] = {SHARD_INIT16, SHARD_INIT16, SHARD_INIT16, SHARD_INIT16};
@@ -108,14 +124,20 @@ static unsigned int resolvePair(const char* component, const char* label)
         component = "";
     if (label == Morvex_NULL)
         label = "";
+    if (component == t_lastComponent && label == t_lastLabel)
+        return t_lastPair;
     /* The alias table is never more than three quarters full, so probing ends. */
     unsigned int i = aliasHome(component, label);
     for (;; i = (i + 1u) & (ALIAS_SLOTS - 1u)) {
         const Alias* alias = atomic_load_explicit(&g_aliasSlots[i], memory_order_acquire);
         if (alias == Morvex_NULL)
             break;
-        if (alias->component == component && alias->label == label)
+        if (alias->component == component && alias->label == label) {
+            t_lastComponent = component;
+            t_lastLabel = label;
+            t_lastPair = alias->pair;
             return alias->pair;
+        }
     }
 
     pthread_mutex_lock(&g_pairLock);
@@ -205,10 +227,31 @@ static void removeAt(Shard* shard, size_t i)
     --shard->used;
 }
 
-static void countRelease(unsigned int pair, unsigned int size)
+/* Caller holds the shard's lock. Grows with plain calloc, as the records do. */
+static int reserveCounts(Shard* shard, unsigned int pair)
 {
-    atomic_fetch_sub_explicit(&g_pairs[pair].liveBlocks, 1u, memory_order_relaxed);
-    atomic_fetch_sub_explicit(&g_pairs[pair].liveBytes, size, memory_order_relaxed);
+    if (pair < shard->countCapacity)
+        return 1;
+    unsigned int capacity = shard->countCapacity ? shard->countCapacity : 16u;
+    while (capacity <= pair)
+        capacity *= 2u;
+    Counts* counts = (Counts*)calloc(capacity, sizeof(Counts));
+    if (counts == Morvex_NULL)
+        return 0;
+    if (shard->counts != Morvex_NULL)
+        memcpy(counts, shard->counts, shard->countCapacity * sizeof(Counts));
+    free(shard->counts);
+    shard->counts = counts;
+    shard->countCapacity = capacity;
+    return 1;
+}
+
+/* Caller holds the shard's lock; the record's pair has its counts. */
+static void countRelease(Shard* shard, const Record* record)
+{
+    Counts* counts = &shard->counts[record->pair];
+    --counts->liveBlocks;
+    counts->liveBytes -= record->size;
 }
 
 static void* failRequest(unsigned int pair)
@@ -222,7 +265,7 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
 {
     unsigned int pair = resolvePair(component, label);
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_zmalloc, &code))
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_zmalloc, &code))
         return failRequest(pair);
 
     void* p = malloc(size != 0 ? size : 1u);
@@ -232,18 +275,17 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
     uintptr_t key = ~(uintptr_t)p;
     uint64_t hash;
     Shard* shard = shardOf(key, &hash);
-    pthread_mutex_lock(&shard->lock);
-    if (shard->records == Morvex_NULL || (shard->used + 1u) * 4u > (shard->mask + 1u) * 3u) {
-        if (!grow(shard)) {
-            pthread_mutex_unlock(&shard->lock);
-            free(p);
-            return failRequest(pair);
-        }
+    morvexLock(&shard->lock);
+    if (!reserveCounts(shard, pair) ||
+        ((shard->records == Morvex_NULL || (shard->used + 1u) * 4u > (shard->mask + 1u) * 3u) && !grow(shard))) {
+        morvexUnlock(&shard->lock);
+        free(p);
+        return failRequest(pair);
     }
     Record* record = &shard->records[probe(shard, key, hash)];
     if (record->key == key) {
         /* A tracked block went back through plain free(); its address is ours now. */
-        countRelease(record->pair, record->size);
+        countRelease(shard, record);
     } else {
         ++shard->used;
     }
@@ -252,10 +294,11 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
     record->size = size;
     record->pair = pair;
     record->line = line;
-    atomic_fetch_add_explicit(&g_pairs[pair].liveBlocks, 1u, memory_order_relaxed);
-    atomic_fetch_add_explicit(&g_pairs[pair].liveBytes, size, memory_order_relaxed);
-    atomic_fetch_add_explicit(&g_pairs[pair].allocations, 1u, memory_order_relaxed);
-    pthread_mutex_unlock(&shard->lock);
+    Counts* counts = &shard->counts[pair];
+    ++counts->liveBlocks;
+    counts->liveBytes += size;
+    ++counts->allocations;
+    morvexUnlock(&shard->lock);
     return p;
 }
 
@@ -270,15 +313,15 @@ void Morvex_PAL_zfree(void* p, const char* sourcePath, int line)
     Shard* shard = shardOf(key, &hash);
     /* The record goes before the memory does: once free() returns, another thread's
      * zmalloc may get the same address and must not find it still recorded. */
-    pthread_mutex_lock(&shard->lock);
+    morvexLock(&shard->lock);
     if (shard->records != Morvex_NULL) {
         size_t i = probe(shard, key, hash);
         if (shard->records[i].key == key) {
-            countRelease(shard->records[i].pair, shard->records[i].size);
+            countRelease(shard, &shard->records[i]);
             removeAt(shard, i);
         }
     }
-    pthread_mutex_unlock(&shard->lock);
+    morvexUnlock(&shard->lock);
     free(p);
 }
 
@@ -290,7 +333,7 @@ int Morvex_PAL_AllocLookup(const void* p, sMorvex_PAL_AllocInfo* info)
     uint64_t hash;
     Shard* shard = shardOf(key, &hash);
     int found = 0;
-    pthread_mutex_lock(&shard->lock);
+    morvexLock(&shard->lock);
     if (shard->records != Morvex_NULL) {
         const Record* record = &shard->records[probe(shard, key, hash)];
         if (record->key == key) {
@@ -302,7 +345,7 @@ int Morvex_PAL_AllocLookup(const void* p, sMorvex_PAL_AllocInfo* info)
             found = 1;
         }
     }
-    pthread_mutex_unlock(&shard->lock);
+    morvexUnlock(&shard->lock);
     return found ? 0 : 1;
 }
 
@@ -312,15 +355,26 @@ int Morvex_PAL_AllocGetStats(const char* component, const char* label, sMorvex_P
         return 1;
     memset(stats, 0, sizeof *stats);
     unsigned int count = atomic_load_explicit(&g_pairCount, memory_order_acquire);
+    unsigned char matches[PAIR_LIMIT];
     for (unsigned int i = 0; i < count; ++i) {
         const Pair* pair = &g_pairs[i];
-        if (component != Morvex_NULL &&
-            (strcmp(pair->component, component) != 0 || (label != Morvex_NULL && strcmp(pair->label, label) != 0)))
-            continue;
-        stats->liveBlocks += atomic_load_explicit(&pair->liveBlocks, memory_order_relaxed);
-        stats->liveBytes += atomic_load_explicit(&pair->liveBytes, memory_order_relaxed);
-        stats->allocations += atomic_load_explicit(&pair->allocations, memory_order_relaxed);
-        stats->failures += atomic_load_explicit(&pair->failures, memory_order_relaxed);
+        matches[i] = component == Morvex_NULL ||
+                     (strcmp(pair->component, component) == 0 && (label == Morvex_NULL || strcmp(pair->label, label) == 0));
+        if (matches[i])
+            stats->failures += atomic_load_explicit(&pair->failures, memory_order_relaxed);
+    }
+    /* Shard by shard: a block allocated or freed meanwhile is seen whole or not at all. */
+    for (unsigned int s = 0; s < (1u << SHARD_BITS); ++s) {
+        Shard* shard = &g_shards[s];
+        morvexLock(&shard->lock);
+        for (unsigned int i = 0; i < count && i < shard->countCapacity; ++i) {
+            if (matches[i]) {
+                stats->liveBlocks += shard->counts[i].liveBlocks;
+                stats->liveBytes += shard->counts[i].liveBytes;
+                stats->allocations += shard->counts[i].allocations;
+            }
+        }
+        morvexUnlock(&shard->lock);
     }
     return 0;
 }
@@ -331,7 +385,7 @@ int Morvex_PAL_AllocGetStats(const char* component, const char* label, sMorvex_P
 void* Morvex_PAL_memcpy(void* dst, const void* src, unsigned int n)
 {
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_memcpy, &code) || dst == Morvex_NULL || src == Morvex_NULL)
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_memcpy, &code) || dst == Morvex_NULL || src == Morvex_NULL)
         return Morvex_NULL;
     return memcpy(dst, src, n);
 }
@@ -339,7 +393,7 @@ void* Morvex_PAL_memcpy(void* dst, const void* src, unsigned int n)
 void* Morvex_PAL_memset(void* dst, int value, unsigned int n)
 {
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_memset, &code) || dst == Morvex_NULL)
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_memset, &code) || dst == Morvex_NULL)
         return Morvex_NULL;
     return memset(dst, value, n);
 }

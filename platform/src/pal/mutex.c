@@ -1,27 +1,36 @@
 #include "morvex_pal_mutex.h"
 
 #include "fault_internal.h"
+#include "futex_internal.h"
 
-#include <errno.h>
-#include <pthread.h>
 #include <stdatomic.h>
+#include <stdint.h>
 #include <stdlib.h>
 
-/* The owner is tracked here as well as in the error-checking pthread mutex, so misuse
- * (relocking, releasing another thread's lock, destroying a held lock) is refused
- * before it reaches pthread, where a race detector would report it as a bug of ours.
- * Only the owner stores its own id, so a relaxed load can never show a thread its own
- * id unless it really holds the lock. */
+/* Every reference count of the library goes through one of these, so the uncontended
+ * lock and unlock are one atomic operation each and never enter the kernel.
+ *
+ * The owner is kept beside the lock word, which is what refuses misuse (relocking,
+ * releasing another thread's lock, destroying a held lock) without a system call.
+ * Only the holder stores its own id there, and clears it before letting go, so a
+ * relaxed load can never show a thread its own id unless it really holds the lock. */
 struct sMorvex_PAL_Mutex {
-    pthread_mutex_t mutex;
-    _Atomic(pthread_t) owner;
-    atomic_int held;
+    MorvexLock lock;
+    _Atomic uintptr_t owner; /* 0 while free */
 };
+
+/* A thread's id is the address of its own copy of this byte: distinct among live
+ * threads, never 0, and found without a call. */
+static _Thread_local char t_identity __attribute__((tls_model("initial-exec")));
+
+static uintptr_t currentThread(void)
+{
+    return (uintptr_t)&t_identity;
+}
 
 static int ownedByCaller(sMorvex_PAL_Mutex* handle)
 {
-    return atomic_load_explicit(&handle->held, memory_order_relaxed) &&
-           pthread_equal(atomic_load_explicit(&handle->owner, memory_order_relaxed), pthread_self());
+    return atomic_load_explicit(&handle->owner, memory_order_relaxed) == currentThread();
 }
 
 eMorvex_PAL_MutexError Morvex_PAL_MutexInit(sMorvex_PAL_Mutex** handle)
@@ -32,20 +41,8 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexInit(sMorvex_PAL_Mutex** handle)
     sMorvex_PAL_Mutex* mutex = (sMorvex_PAL_Mutex*)malloc(sizeof *mutex);
     if (mutex == Morvex_NULL)
         return MUTEX_ERROR_CREATE_FAILED;
-    pthread_mutexattr_t attr;
-    int rc = pthread_mutexattr_init(&attr);
-    if (rc == 0) {
-        rc = pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
-        if (rc == 0)
-            rc = pthread_mutex_init(&mutex->mutex, &attr);
-        pthread_mutexattr_destroy(&attr);
-    }
-    if (rc != 0) {
-        free(mutex);
-        return MUTEX_ERROR_CREATE_FAILED;
-    }
-    atomic_init(&mutex->owner, pthread_self());
-    atomic_init(&mutex->held, 0);
+    atomic_init(&mutex->lock.state, 0u);
+    atomic_init(&mutex->owner, (uintptr_t)0);
     *handle = mutex;
     return MUTEX_OK;
 }
@@ -58,18 +55,12 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexDeInit(sMorvex_PAL_Mutex** handle)
     sMorvex_PAL_Mutex* mutex = *handle;
     if (mutex == Morvex_NULL)
         return MUTEX_ERROR_INV_HANDLE;
-    if (ownedByCaller(mutex))
-        return MUTEX_ERROR_DEINIT_FAILED;
-    /* Held by another thread: trylock tells without blocking. */
-    if (pthread_mutex_trylock(&mutex->mutex) != 0)
-        return MUTEX_ERROR_DEINIT_FAILED;
-    pthread_mutex_unlock(&mutex->mutex);
-    int rc = pthread_mutex_destroy(&mutex->mutex);
-    if (rc == EBUSY)
+    /* Held by this thread or another: taking it tells without blocking. */
+    if (ownedByCaller(mutex) || !morvexTryLock(&mutex->lock))
         return MUTEX_ERROR_DEINIT_FAILED;
     free(mutex);
     *handle = Morvex_NULL;
-    return rc == 0 ? MUTEX_OK : MUTEX_ERROR_DEINIT_FAILED;
+    return MUTEX_OK;
 }
 
 eMorvex_PAL_MutexError Morvex_PAL_MutexWait(sMorvex_PAL_Mutex* handle)
@@ -77,15 +68,11 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexWait(sMorvex_PAL_Mutex* handle)
     MORVEX_FAULT_RETURN(MORVEX_FAULT_MutexWait, eMorvex_PAL_MutexError);
     if (handle == Morvex_NULL)
         return MUTEX_ERROR_INV_HANDLE;
-    if (ownedByCaller(handle))
+    const uintptr_t self = currentThread();
+    if (atomic_load_explicit(&handle->owner, memory_order_relaxed) == self)
         return MUTEX_ERROR_RECURSIVE;
-    int rc = pthread_mutex_lock(&handle->mutex);
-    if (rc == EDEADLK)
-        return MUTEX_ERROR_RECURSIVE;
-    if (rc != 0)
-        return MUTEX_ERROR_WAIT_FAILED;
-    atomic_store_explicit(&handle->owner, pthread_self(), memory_order_relaxed);
-    atomic_store_explicit(&handle->held, 1, memory_order_relaxed);
+    morvexLock(&handle->lock);
+    atomic_store_explicit(&handle->owner, self, memory_order_relaxed);
     return MUTEX_OK;
 }
 
@@ -96,10 +83,7 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexSignal(sMorvex_PAL_Mutex* handle)
         return MUTEX_ERROR_INV_HANDLE;
     if (!ownedByCaller(handle))
         return MUTEX_ERROR_SIGNAL_FAILED;
-    atomic_store_explicit(&handle->held, 0, memory_order_relaxed);
-    if (pthread_mutex_unlock(&handle->mutex) != 0) {
-        atomic_store_explicit(&handle->held, 1, memory_order_relaxed);
-        return MUTEX_ERROR_SIGNAL_FAILED;
-    }
+    atomic_store_explicit(&handle->owner, (uintptr_t)0, memory_order_relaxed);
+    morvexUnlock(&handle->lock);
     return MUTEX_OK;
 }

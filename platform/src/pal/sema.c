@@ -1,18 +1,38 @@
 #include "morvex_pal_sema.h"
 
 #include "fault_internal.h"
+#include "futex_internal.h"
 
-#include <errno.h>
-#include <limits.h>
-#include <pthread.h>
+#include <stdatomic.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <time.h>
 
+/* Count and sleepers share one 64-bit word, so a signal learns in the same atomic
+ * step that raises the count whether anyone must be woken, and touches the semaphore
+ * no more afterwards: a waiter that takes the count may destroy it at once. Waits
+ * that find the count positive and signals that find no sleeper make no system call.
+ * Sleepers sleep on the count's half of the word. */
 struct sMorvex_PAL_Sema {
-    pthread_mutex_t mutex;
-    pthread_cond_t available; /* on CLOCK_MONOTONIC: a clock step never stretches a timeout */
-    unsigned int count;
+    _Atomic uint64_t word;
 };
+
+#define COUNT_MASK 0xFFFFFFFFull
+#define ONE_SLEEPER (1ull << 32)
+
+static uint32_t countOf(uint64_t word)
+{
+    return (uint32_t)(word & COUNT_MASK);
+}
+
+static void* countHalf(sMorvex_PAL_Sema* sema)
+{
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    return (uint32_t*)(void*)&sema->word + 1;
+#else
+    return (void*)&sema->word;
+#endif
+}
 
 eMorvex_PAL_SemaError Morvex_PAL_SemaInit(sMorvex_PAL_Sema** handle, unsigned int initialCount)
 {
@@ -22,25 +42,7 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaInit(sMorvex_PAL_Sema** handle, unsigned in
     sMorvex_PAL_Sema* sema = (sMorvex_PAL_Sema*)malloc(sizeof *sema);
     if (sema == Morvex_NULL)
         return SEMA_ERROR_CREATE_FAILED;
-    pthread_condattr_t attr;
-    if (pthread_condattr_init(&attr) != 0) {
-        free(sema);
-        return SEMA_ERROR_CREATE_FAILED;
-    }
-    int rc = pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-    if (rc == 0)
-        rc = pthread_cond_init(&sema->available, &attr);
-    pthread_condattr_destroy(&attr);
-    if (rc != 0) {
-        free(sema);
-        return SEMA_ERROR_CREATE_FAILED;
-    }
-    if (pthread_mutex_init(&sema->mutex, Morvex_NULL) != 0) {
-        pthread_cond_destroy(&sema->available);
-        free(sema);
-        return SEMA_ERROR_CREATE_FAILED;
-    }
-    sema->count = initialCount;
+    atomic_init(&sema->word, (uint64_t)initialCount);
     *handle = sema;
     return SEMA_OK;
 }
@@ -53,8 +55,6 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaDeInit(sMorvex_PAL_Sema** handle)
     sMorvex_PAL_Sema* sema = *handle;
     if (sema == Morvex_NULL)
         return SEMA_ERROR_INV_HANDLE;
-    pthread_cond_destroy(&sema->available);
-    pthread_mutex_destroy(&sema->mutex);
     free(sema);
     *handle = Morvex_NULL;
     return SEMA_OK;
@@ -65,42 +65,67 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaSignal(sMorvex_PAL_Sema* handle)
     MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaSignal, eMorvex_PAL_SemaError);
     if (handle == Morvex_NULL)
         return SEMA_ERROR_INV_HANDLE;
-    eMorvex_PAL_SemaError result = SEMA_OK;
-    pthread_mutex_lock(&handle->mutex);
-    if (handle->count == UINT_MAX) {
-        result = SEMA_ERROR_OVERFLOW;
-    } else {
-        ++handle->count;
-        /* Signalled under the lock, so a waiter that wakes and destroys the semaphore
-         * can't pull it from under this call. */
-        pthread_cond_signal(&handle->available);
+    void* half = countHalf(handle);
+    uint64_t word = atomic_load_explicit(&handle->word, memory_order_relaxed);
+    do {
+        if (countOf(word) == UINT32_MAX)
+            return SEMA_ERROR_OVERFLOW;
+    } while (!atomic_compare_exchange_weak_explicit(&handle->word, &word, word + 1u, memory_order_release,
+                                                    memory_order_relaxed));
+    if (word >= ONE_SLEEPER)
+        morvexFutexWake(half, 1);
+    return SEMA_OK;
+}
+
+/* Lowers a positive count; 0 when it was 0. */
+static int takeCount(sMorvex_PAL_Sema* sema)
+{
+    uint64_t word = atomic_load_explicit(&sema->word, memory_order_relaxed);
+    while (countOf(word) > 0u) {
+        if (atomic_compare_exchange_weak_explicit(&sema->word, &word, word - 1u, memory_order_acquire,
+                                                  memory_order_relaxed))
+            return 1;
     }
-    pthread_mutex_unlock(&handle->mutex);
-    return result;
+    return 0;
 }
 
 /* deadline NULL: no limit. */
 static eMorvex_PAL_SemaError waitUntil(sMorvex_PAL_Sema* sema, const struct timespec* deadline)
 {
-    eMorvex_PAL_SemaError result = SEMA_OK;
-    pthread_mutex_lock(&sema->mutex);
-    /* The loop absorbs spurious wake-ups and a count taken by a faster thread. */
-    while (sema->count == 0) {
-        int rc = deadline ? pthread_cond_timedwait(&sema->available, &sema->mutex, deadline)
-                          : pthread_cond_wait(&sema->available, &sema->mutex);
-        if (rc == ETIMEDOUT && sema->count == 0) {
-            result = SEMA_ERROR_TIMEOUT;
-            break;
-        }
-        if (rc != 0 && rc != ETIMEDOUT) {
-            result = SEMA_ERROR_INTERNAL;
+    if (takeCount(sema))
+        return SEMA_OK;
+    /* Registered as a sleeper in the same step that sees the count at 0, so a signal
+     * either comes before (and the registration fails) or sees the sleeper. */
+    uint64_t word = atomic_load_explicit(&sema->word, memory_order_relaxed);
+    for (;;) {
+        if (countOf(word) > 0u) {
+            if (atomic_compare_exchange_weak_explicit(&sema->word, &word, word - 1u, memory_order_acquire,
+                                                      memory_order_relaxed))
+                return SEMA_OK;
+        } else if (atomic_compare_exchange_weak_explicit(&sema->word, &word, word + ONE_SLEEPER,
+                                                         memory_order_relaxed, memory_order_relaxed)) {
             break;
         }
     }
-    if (result == SEMA_OK)
-        --sema->count;
-    pthread_mutex_unlock(&sema->mutex);
-    return result;
+    int timedOut = 0;
+    for (;;) {
+        word = atomic_load_explicit(&sema->word, memory_order_relaxed);
+        /* Leaving takes the count (or gives up) and the registration in one step. */
+        while (countOf(word) > 0u || timedOut) {
+            uint64_t next = countOf(word) > 0u ? word - 1u - ONE_SLEEPER : word - ONE_SLEEPER;
+            if (atomic_compare_exchange_weak_explicit(&sema->word, &word, next, memory_order_acquire,
+                                                      memory_order_relaxed))
+                return countOf(word) > 0u ? SEMA_OK : SEMA_ERROR_TIMEOUT;
+        }
+        int rc = morvexFutexWait(countHalf(sema), 0u, deadline);
+        if (rc == ETIMEDOUT)
+            timedOut = 1;
+        else if (rc != 0 && rc != EINTR) {
+            /* The sleep itself failed: leave without the count. */
+            atomic_fetch_sub_explicit(&sema->word, ONE_SLEEPER, memory_order_relaxed);
+            return SEMA_ERROR_INTERNAL;
+        }
+    }
 }
 
 eMorvex_PAL_SemaError Morvex_PAL_SemaWait(sMorvex_PAL_Sema* handle)
@@ -116,6 +141,9 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaTimedWait(sMorvex_PAL_Sema* handle, unsigne
     MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaTimedWait, eMorvex_PAL_SemaError);
     if (handle == Morvex_NULL)
         return SEMA_ERROR_INV_HANDLE;
+    if (takeCount(handle))
+        return SEMA_OK;
+    /* On CLOCK_MONOTONIC: a clock step never stretches a timeout. */
     struct timespec deadline;
     if (clock_gettime(CLOCK_MONOTONIC, &deadline) != 0)
         return SEMA_ERROR_INTERNAL;
@@ -132,12 +160,5 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaTryWait(sMorvex_PAL_Sema* handle)
     MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaTryWait, eMorvex_PAL_SemaError);
     if (handle == Morvex_NULL)
         return SEMA_ERROR_INV_HANDLE;
-    eMorvex_PAL_SemaError result = SEMA_WOULD_BLOCK;
-    pthread_mutex_lock(&handle->mutex);
-    if (handle->count > 0) {
-        --handle->count;
-        result = SEMA_OK;
-    }
-    pthread_mutex_unlock(&handle->mutex);
-    return result;
+    return takeCount(handle) ? SEMA_OK : SEMA_WOULD_BLOCK;
 }

@@ -179,7 +179,7 @@ eMorvex_PAL_ThreadError Morvex_PAL_ThreadDeInit(sMorvex_PAL_Thread** handle)
 sMorvex_PAL_Thread* Morvex_PAL_ThreadGetCurrent(void)
 {
     int code;
-    if (Morvex_Fault_Check(MORVEX_FAULT_ThreadGetCurrent, &code))
+    if (MORVEX_FAULT_CHECK(MORVEX_FAULT_ThreadGetCurrent, &code))
         return Morvex_NULL;
     return t_current;
 }

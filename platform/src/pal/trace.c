@@ -233,8 +233,11 @@ static void fillValues(sMorvex_TraceRecord* record, const char* format, va_list*
 
 static pthread_mutex_t g_sinkLock = PTHREAD_MUTEX_INITIALIZER;
 static tMorvex_TraceSink g_sink; /* under g_sinkLock; NULL: the default sink */
+/* Whether g_sink is set, readable without the lock: while the default sink is in
+ * place, a record below its level is dropped before any formatting. */
+static atomic_int g_customSink;
 static void* g_sinkContext;
-static _Thread_local int t_inSink;
+static _Thread_local int t_inSink __attribute__((tls_model("initial-exec")));
 
 static pthread_once_t g_levelOnce = PTHREAD_ONCE_INIT;
 static atomic_int g_minimumLevel = DEFAULT_MINIMUM_LEVEL;
@@ -289,6 +292,11 @@ static void defaultSink(const sMorvex_TraceRecord* record)
 void Morvex_TraceOut_trace(int level, const char* component, int reserved, const char* sourcePath,
                            const char* traceId, int line, const char* format, ...)
 {
+    if (!atomic_load_explicit(&g_customSink, memory_order_acquire)) {
+        pthread_once(&g_levelOnce, readLevelFromEnvironment);
+        if (level < atomic_load_explicit(&g_minimumLevel, memory_order_relaxed))
+            return;
+    }
     /* A sink that traces would deadlock on g_sinkLock; such records are dropped. */
     if (t_inSink)
         return;
@@ -327,6 +335,7 @@ void Morvex_TraceOut_SetSink(tMorvex_TraceSink sink, void* context)
         pthread_mutex_lock(&g_sinkLock);
     g_sink = sink;
     g_sinkContext = context;
+    atomic_store_explicit(&g_customSink, sink != Morvex_NULL, memory_order_release);
     if (!nested)
         pthread_mutex_unlock(&g_sinkLock);
 }

@@ -1,6 +1,9 @@
 #include "msgqueue.h"
 
+/* Outside the PAL core: the exported check, not its inlined one. */
+#define MORVEX_FAULT_OUTSIDE_CORE
 #include "../pal/fault_internal.h"
+#include "../pal/futex_internal.h"
 
 #include <pthread.h>
 #include <stdatomic.h>
@@ -40,7 +43,9 @@ typedef struct Slot {
     unsigned int generation;
 } Slot;
 
-static pthread_mutex_t g_registryLock = PTHREAD_MUTEX_INITIALIZER;
+/* Taken by every call for a lookup of a few instructions, by the sender and the
+ * receiver of a queue alike: a one-word lock that spins briefly before it sleeps. */
+static MorvexLock g_registryLock = MORVEX_LOCK_INIT;
 static Slot* g_slots; /* under g_registryLock */
 static unsigned int g_slotCount;
 
@@ -75,18 +80,18 @@ static Slot* findSlot(tMsgQueueHandle handle)
 /* Returns the queue with a reference taken for the caller, or NULL. */
 static Queue* acquire(tMsgQueueHandle handle)
 {
-    pthread_mutex_lock(&g_registryLock);
+    morvexLock(&g_registryLock);
     Slot* slot = findSlot(handle);
     Queue* queue = slot ? slot->queue : Morvex_NULL;
     if (queue != Morvex_NULL)
         atomic_fetch_add_explicit(&queue->references, 1u, memory_order_relaxed);
-    pthread_mutex_unlock(&g_registryLock);
+    morvexUnlock(&g_registryLock);
     return queue;
 }
 
 static int registerQueue(Queue* queue, tMsgQueueHandle* handle)
 {
-    pthread_mutex_lock(&g_registryLock);
+    morvexLock(&g_registryLock);
     unsigned int slot = 0;
     while (slot < g_slotCount && g_slots[slot].queue != Morvex_NULL)
         ++slot;
@@ -96,7 +101,7 @@ static int registerQueue(Queue* queue, tMsgQueueHandle* handle)
             grown = SLOT_LIMIT;
         Slot* slots = (grown > g_slotCount) ? (Slot*)realloc(g_slots, grown * sizeof *slots) : Morvex_NULL;
         if (slots == Morvex_NULL) {
-            pthread_mutex_unlock(&g_registryLock);
+            morvexUnlock(&g_registryLock);
             return 0;
         }
         for (unsigned int i = g_slotCount; i < grown; ++i) {
@@ -108,7 +113,7 @@ static int registerQueue(Queue* queue, tMsgQueueHandle* handle)
     }
     g_slots[slot].queue = queue;
     *handle = makeHandle(slot, g_slots[slot].generation);
-    pthread_mutex_unlock(&g_registryLock);
+    morvexUnlock(&g_registryLock);
     return 1;
 }
 
@@ -151,14 +156,14 @@ int MsgQueue_DeInit(tMsgQueueHandle* handle)
     MORVEX_FAULT_RETURN(MORVEX_FAULT_MsgQueue_DeInit, int);
     if (handle == Morvex_NULL)
         return MSGQUEUE_ERROR_INV_POINTER;
-    pthread_mutex_lock(&g_registryLock);
+    morvexLock(&g_registryLock);
     Slot* slot = findSlot(*handle);
     Queue* queue = slot ? slot->queue : Morvex_NULL;
     if (slot != Morvex_NULL) {
         slot->queue = Morvex_NULL;
         ++slot->generation;
     }
-    pthread_mutex_unlock(&g_registryLock);
+    morvexUnlock(&g_registryLock);
     if (queue == Morvex_NULL)
         return MSGQUEUE_ERROR_INV_HANDLE;
 
