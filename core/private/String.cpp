@@ -860,6 +860,11 @@ void CString::truncate(unsigned int count)
 
 // ---- pieces
 
+SStringData* CString::newBlock(unsigned int capacity)
+{
+    return capacity < sLargestCapacity ? copyBlock(&nullData, capacity) : 0;
+}
+
 CString CString::fromBytes(const char* bytes, unsigned int byteCount, unsigned int charCount)
 {
     CString piece;
