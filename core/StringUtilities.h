@@ -182,11 +182,53 @@ inline int digitValue(char c, unsigned int base)
     return -1;
 }
 
+// The decimal branch of `toUInt` as a straight walk: leading space, one sign, digits,
+// trailing space, the same text accepted and refused as by the general machine.
+template <class T, T max>
+bool parseDecimal(const char* p, T& value)
+{
+    const T limit = max / 10;
+    const unsigned int lastDigitAtLimit = static_cast<unsigned int>(max - limit * 10);
+    while (isWhiteSpace(*p)) {
+        ++p;
+    }
+    const bool negative = *p == '-';
+    if (negative || *p == '+') {
+        ++p;
+    }
+    const char* const firstDigit = p;
+    T result = 0;
+    unsigned int digit = static_cast<unsigned int>(static_cast<unsigned char>(*p)) - '0';
+    while (digit < 10u) {
+        if (result > limit || (result == limit && digit > lastDigitAtLimit)) {
+            return false;
+        }
+        result = static_cast<T>(result * 10 + digit);
+        digit = static_cast<unsigned int>(static_cast<unsigned char>(*++p)) - '0';
+    }
+    const bool haveDigit = p != firstDigit;
+    while (*p != '\0') {
+        if (!isWhiteSpace(*p)) {
+            return false;
+        }
+        ++p;
+    }
+    if (!haveDigit || (negative && result != 0)) {
+        return false;
+    }
+    value = result;
+    return true;
+}
+
 } // namespace Detail
 
 template <class T, T max>
 bool toUInt(const CString& text, T& value, const bool& isHex, const bool& isPrefixMandatory)
 {
+    if (!isHex) {
+        return Detail::parseDecimal<T, max>(text.getBuffer(), value);
+    }
+
     enum eState { eLeadingSpace, ePrefix, eX, eSign, eDigits, eTrailingSpace };
 
     const T base = isHex ? 16 : 10;
