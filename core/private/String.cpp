@@ -180,7 +180,8 @@ CString::CString(unsigned int capacity) : mpData(&nullData)
 
 CString::CString(const CString& other) : mpData(other.mpData)
 {
-    addReference(false, other.mpData->mCapacity);
+    // Sharing needs no capacity test: the block is always as large as itself.
+    Atomic::increment(mpData->mRefCount);
 }
 
 CString::CString(const unsigned int* text) : mpData(&nullData)
