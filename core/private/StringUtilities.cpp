@@ -336,9 +336,17 @@ const CCaseIndex* indexFor(const SCaseMappingTable& table)
 }
 
 // The mapping of one code point by the tables, searched.
+// What `simple` tells of a code point besides a mapped code point of the same byte
+// length as its own.
+const unsigned int UNMAPPED = 0x100000u;
+const unsigned int NOT_SIMPLE = 0x200000u;
+
 class CSearchLookup {
 public:
     explicit CSearchLookup(const SCaseMappingTable& table) : mTable(table) {}
+
+    // Searched tables have no quick answer.
+    unsigned int simple(unsigned int) const { return NOT_SIMPLE; }
 
     bool map(unsigned int codePoint, SMapping& mapping) const
     {
@@ -355,6 +363,17 @@ private:
 class CIndexLookup {
 public:
     CIndexLookup(const SCaseMappingTable& table, const CCaseIndex& index) : mTable(table), mIndex(index) {}
+
+    // For a code point up to U+07FF: UNMAPPED, the single code point it maps to, or
+    // NOT_SIMPLE (a multi-character mapping).
+    unsigned int simple(unsigned int codePoint) const
+    {
+        const unsigned short entry = mIndex.entry(codePoint);
+        if (entry == 0) {
+            return UNMAPPED;
+        }
+        return entry < CCaseIndex::FIRST_SPECIAL || entry >= CCaseIndex::END_SPECIAL ? entry : NOT_SIMPLE;
+    }
 
     bool map(unsigned int codePoint, SMapping& mapping) const
     {
@@ -533,6 +552,47 @@ eOutcome writeWhileRoom(const unsigned char* in, unsigned int from, unsigned int
     SMapping mapping;
     unsigned int offset = from;
     while (offset < length && in[offset] != 0) {
+        // Quick ways for one- and two-byte characters whose result has as many bytes.
+        const unsigned int lead = in[offset];
+        if (lead < 0x80u) {
+            const unsigned int mapped = lookup.simple(lead);
+            if (mapped < 0x80u || mapped == UNMAPPED) {
+                if (out == outEnd) {
+                    stop = offset;
+                    need = 1;
+                    return eNoRoom;
+                }
+                ++offset;
+                if (mapped == UNMAPPED) {
+                    *out++ = static_cast<char>(lead);
+                } else {
+                    *out++ = static_cast<char>(mapped);
+                    count(m, offset - 1, 1, 1, 1);
+                }
+                continue;
+            }
+        } else if ((lead & 0xE0u) == 0xC0u && length - offset >= 2 && (in[offset + 1] & 0xC0u) == 0x80u) {
+            const unsigned int follower = in[offset + 1];
+            const unsigned int mapped = lookup.simple(((lead & 0x1Fu) << 6) | (follower & 0x3Fu));
+            if ((mapped >= 0x80u && mapped < 0x800u) || mapped == UNMAPPED) {
+                if (outEnd - out < 2) {
+                    stop = offset;
+                    need = 2;
+                    return eNoRoom;
+                }
+                if (mapped == UNMAPPED) {
+                    out[0] = static_cast<char>(lead);
+                    out[1] = static_cast<char>(follower);
+                } else {
+                    out[0] = static_cast<char>(0xC0u | (mapped >> 6));
+                    out[1] = static_cast<char>(0x80u | (mapped & 0x3Fu));
+                    count(m, offset, 2, 2, 1);
+                }
+                out += 2;
+                offset += 2;
+                continue;
+            }
+        }
         unsigned int n = 0;
         unsigned int codePoint = 0;
         if (!decode(in, offset, length, n, codePoint)) {
@@ -699,18 +759,22 @@ private:
         }
     }
 
-    // A shared block: the result goes straight into a new block the size of the text,
-    // exactly right unless a mapping changes the byte count. A block that runs out of
-    // room is replaced by one twice as large, and a result of another size than the
-    // text moves at the end to a block of the size the step-by-step replacement ends
-    // with. False for a text to be mapped character by character.
+    // A shared block: the result goes straight into a new block the size of the text
+    // with a little room to spare, so that a mapping that adds a few bytes (U+00DF and
+    // the ligatures grow) still fits. A block that runs out of room is replaced by one
+    // twice as large. The block ends with the capacity the step-by-step replacement
+    // ends with (the room beyond it is not used); one too small for that is replaced.
+    // False for a text to be mapped character by character.
     template <class Lookup>
     static bool runShared(CString& text, const Lookup& lookup, unsigned int first)
     {
         SStringData* const block = text.mpData;
         const unsigned char* const in = reinterpret_cast<const unsigned char*>(block->mText);
         const unsigned int length = block->mByteLength;
-        unsigned int room = length;
+        unsigned int room = length + length / 16u + 16u;
+        if (room < length) {
+            room = length;
+        }
         SStringData* target = newBlock(room);
         if (target == nullptr) {
             return true;
@@ -740,16 +804,18 @@ private:
         }
         const long long newLength = static_cast<long long>(length) + m.delta;
         const long long capacity = newLength - m.lowestBeforeMapped;
-        if (capacity != room) {
+        if (capacity > room) {
             const unsigned int written = static_cast<unsigned int>(out - target->mText);
-            if (capacity >= 0xFFFFFFECll || !moveTo(target, written, static_cast<unsigned int>(capacity))) {
-                if (capacity >= 0xFFFFFFECll) {
-                    ::operator delete(target);
-                }
+            if (capacity >= 0xFFFFFFECll) {
+                ::operator delete(target);
+                return true;
+            }
+            if (!moveTo(target, written, static_cast<unsigned int>(capacity))) {
                 return true;
             }
             out = target->mText + written;
         }
+        target->mCapacity = static_cast<unsigned int>(capacity);
         finish(text, target, out, in + stop, length - stop, newLength, m.addedChars);
         return true;
     }
