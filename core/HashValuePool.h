@@ -44,7 +44,7 @@ public:
             return;
         }
         value->~V();
-        SSlot* slot = reinterpret_cast<SSlot*>(value);
+        SSlot* slot = static_cast<SSlot*>(static_cast<void*>(value));
         slot->mpNextFree = mpFree;
         mpFree = slot;
     }
