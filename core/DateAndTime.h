@@ -142,6 +142,8 @@ public:
     static bool isTimeValid(STime const& time);
 
 private:
+    static void getDateFromLargeDays(unsigned int days, SDate& date);
+
     static const unsigned short sDaysFromStartArray[2][13];
 
     unsigned long long mMicroseconds;

@@ -2,9 +2,12 @@
 #define OSAL_KIT_CORE_HASHARRAY_H
 
 #include "core/HashArrayImpl.h"
+#include "core/HashValuePool.h"
 #include "core/String.h"
 
+#include <cstdint>
 #include <new>
+#include <type_traits>
 
 namespace PAL {
 
@@ -23,10 +26,69 @@ struct THashKeyTraits<CString> {
     static bool equal(const CString& a, const CString& b) { return a == b; }
 };
 
+namespace Detail {
+
+// How `THashArray` keeps its keys in the engine's pointer-sized key fields: integers
+// with the default traits as their own bits (equal exactly when the bits are, so the
+// engine compares the fields directly and nothing is allocated), every other key as an
+// owned copy on the heap.
+template <typename K, bool InField>
+struct THashKeyStore {
+    static const int KIND = 0;
+    static void* forLookup(const K& key) { return const_cast<K*>(&key); }
+    static bool make(const K& key, void*& field)
+    {
+        field = new (std::nothrow) K(key);
+        return field != 0;
+    }
+    static void copy(void*& field)
+    {
+        if (field != 0) {
+            field = new (std::nothrow) K(*static_cast<const K*>(field));
+        }
+    }
+    static void release(void*& field)
+    {
+        delete static_cast<K*>(field);
+        field = 0;
+    }
+    struct Scratch {};
+    // A copy that finds no memory leaves a null field, which hashes and compares safely.
+    static bool usable(void* field) { return field != 0; }
+    static const K& key(void* field, Scratch&) { return *static_cast<const K*>(field); }
+};
+
+template <typename K>
+struct THashKeyStore<K, true> {
+    // Keys equal exactly when the fields do: the engine's pointer comparison.
+    static const int KIND = 3;
+    static void* forLookup(const K& key) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(key)); }
+    static bool make(const K& key, void*& field)
+    {
+        field = forLookup(key);
+        return true;
+    }
+    static void copy(void*&) {}
+    static void release(void*&) {}
+    // The key read back from a field.
+    struct Scratch {
+        K key;
+    };
+    static bool usable(void*) { return true; }
+    static const K& key(void* field, Scratch& scratch)
+    {
+        scratch.key = static_cast<K>(reinterpret_cast<std::uintptr_t>(field));
+        return scratch.key;
+    }
+};
+
+} // namespace Detail
+
 /// A hash table from `K` to `V` over `CHashArrayImpl`: it owns a copy of every key and
-/// value (each on the heap, so the address `find` gives stays valid until that key is
-/// removed or the table is cleared, assigned or destroyed) and destroys each exactly
-/// once.
+/// value (values in blocks of its own, so the address `find` gives stays valid until
+/// that key is removed or the table is cleared, assigned or destroyed) and destroys
+/// each exactly once. Integer keys with the default traits are kept in the table
+/// itself; other keys are copied to the heap.
 ///
 /// No operation throws. When memory runs out, `insert` returns false and the table is
 /// as it was; a copy or an assignment made then holds only the items it could get
@@ -56,6 +118,7 @@ public:
     {
         if (this != &other) {
             destroy();
+            mValues.release();
             init(other.mBucketCount);
             addCopiesOf(other);
         }
@@ -74,83 +137,98 @@ public:
         return add(key, value);
     }
     /// The value of `key`, or null when it is absent.
-    V* find(const K& key) { return valueOf(lookup(keySlot(key))); }
-    const V* find(const K& key) const { return valueOf(lookup(keySlot(key))); }
-    bool contains(const K& key) const { return lookup(keySlot(key)) != 0; }
+    V* find(const K& key) { return valueOf(lookup(KeyStore::forLookup(key))); }
+    const V* find(const K& key) const { return valueOf(lookup(KeyStore::forLookup(key))); }
+    bool contains(const K& key) const { return lookup(KeyStore::forLookup(key)) != 0; }
     /// Removes `key`, destroying its key and value; false when it is absent.
-    bool remove(const K& key) { return CHashArrayImpl::remove(keySlot(key)); }
+    bool remove(const K& key) { return CHashArrayImpl::remove(KeyStore::forLookup(key)); }
 
     /// Calls `visit(const K&, V&)` once for every item, in table order.
     template <typename Visitor>
     void forEach(Visitor visit)
     {
+        typename KeyStore::Scratch scratch;
         for (CHashArrayItem* item = firstItem(); item != 0; item = nextItem(item)) {
-            visit(*static_cast<const K*>(item->key), *static_cast<V*>(item->value));
+            visit(KeyStore::key(item->key, scratch), *static_cast<V*>(item->value));
         }
     }
     /// Calls `visit(const K&, const V&)` once for every item, in table order.
     template <typename Visitor>
     void forEach(Visitor visit) const
     {
+        typename KeyStore::Scratch scratch;
         for (CHashArrayItem* item = firstItem(); item != 0; item = nextItem(item)) {
-            visit(*static_cast<const K*>(item->key), *static_cast<const V*>(item->value));
+            visit(KeyStore::key(item->key, scratch), *static_cast<const V*>(item->value));
         }
     }
 
     /// Destroys every item and starts again with 2 buckets.
-    using CHashArrayImpl::clear;
+    void clear()
+    {
+        CHashArrayImpl::clear();
+        mValues.release();
+    }
     /// Number of items.
     using CHashArrayImpl::size;
     /// The count at which the table grows.
     using CHashArrayImpl::capacity;
 
 protected:
-    // Keys and values are owned heap copies. `insert` makes them before the engine
-    // sees them and lets the engine adopt them as they are; otherwise a copy is made
-    // here, and one that finds no memory leaves a null that hashes and compares safely.
-    unsigned int hashKey(void* key) const override { return key != 0 ? Traits::hash(*static_cast<const K*>(key)) : 0; }
-    int keyKind() const override { return 0; }
+    // Keys and values are owned copies. `insert` makes them before the engine sees them
+    // and lets the engine adopt them as they are; otherwise a copy is made here, and
+    // one that finds no memory leaves a null that hashes and compares safely.
+    unsigned int hashKey(void* key) const override
+    {
+        typename KeyStore::Scratch scratch;
+        return KeyStore::usable(key) ? Traits::hash(KeyStore::key(key, scratch)) : 0;
+    }
+    int keyKind() const override { return KeyStore::KIND; }
     bool keysEqual(void* storedKey, void* key) const override
     {
-        return storedKey != 0 && key != 0 && Traits::equal(*static_cast<const K*>(storedKey), *static_cast<const K*>(key));
+        if (KeyStore::KIND == 3) {
+            return storedKey == key;
+        }
+        typename KeyStore::Scratch a;
+        typename KeyStore::Scratch b;
+        return KeyStore::usable(storedKey) && KeyStore::usable(key)
+            && Traits::equal(KeyStore::key(storedKey, a), KeyStore::key(key, b));
     }
-    void destroyKey(void* slot) override
-    {
-        K** key = static_cast<K**>(slot);
-        delete *key;
-        *key = 0;
-    }
+    void destroyKey(void* slot) override { KeyStore::release(*static_cast<void**>(slot)); }
     void destroyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
-        delete *value;
+        mValues.destroy(*value);
         *value = 0;
     }
     void copyKey(void* slot) override
     {
-        K** key = static_cast<K**>(slot);
-        if (!mAdopting && *key != 0) {
-            *key = new (std::nothrow) K(**key);
+        if (!mAdopting) {
+            KeyStore::copy(*static_cast<void**>(slot));
         }
     }
     void copyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         if (!mAdopting && *value != 0) {
-            *value = new (std::nothrow) V(**value);
+            *value = mValues.create(**value);
         }
     }
 
 private:
-    static void* keySlot(const K& key) { return const_cast<K*>(&key); }
+    typedef Detail::THashKeyStore<K, (std::is_integral<K>::value && sizeof(K) <= sizeof(void*)
+                                      && std::is_same<Traits, THashKeyTraits<K> >::value)> KeyStore;
+
     static V* valueOf(CHashArrayItem* item) { return item != 0 ? static_cast<V*>(item->value) : 0; }
 
     bool add(const K& key, const V& value)
     {
-        K* ownedKey = new (std::nothrow) K(key);
-        V* ownedValue = ownedKey != 0 ? new (std::nothrow) V(value) : 0;
+        void* ownedKey = 0;
+        if (!KeyStore::make(key, ownedKey)) {
+            return false;
+        }
+        V* ownedValue = mValues.create(value);
         if (ownedValue == 0) {
-            delete ownedKey;
+            KeyStore::release(ownedKey);
             return false;
         }
         mAdopting = true;
@@ -162,11 +240,13 @@ private:
 
     void addCopiesOf(const THashArray& other)
     {
+        typename KeyStore::Scratch scratch;
         for (CHashArrayItem* item = other.firstItem(); item != 0; item = other.nextItem(item)) {
-            (void)add(*static_cast<const K*>(item->key), *static_cast<const V*>(item->value));
+            (void)add(KeyStore::key(item->key, scratch), *static_cast<const V*>(item->value));
         }
     }
 
+    THashValuePool<V> mValues;
     bool mAdopting;
 };
 

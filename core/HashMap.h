@@ -2,15 +2,16 @@
 #define OSAL_KIT_CORE_HASHMAP_H
 
 #include "core/HashMapImpl.h"
+#include "core/HashValuePool.h"
 
 #include <new>
 
 namespace PAL {
 
 /// A map from `unsigned int` keys to values of type `V` over `CHashMapImpl`: it owns a
-/// copy of every value, each on the heap, so the address `find`, `get` or `set` gives
-/// stays valid through regrowth until the map is cleared, assigned or destroyed; every
-/// value is destroyed exactly once. Keys are never removed one by one.
+/// copy of every value, kept in blocks of its own outside the engine's arrays, so the
+/// address `find`, `get` or `set` gives stays valid through regrowth until the map is
+/// cleared, assigned or destroyed; every value is destroyed exactly once. Keys are never removed one by one.
 ///
 /// No operation throws. When memory runs out, `set` returns false and `get` null, and
 /// the map is as it was; a copy or an assignment made then holds only the values it
@@ -40,6 +41,7 @@ public:
     {
         if (this != &other) {
             clearEntries();
+            mValues.release();
             initTable(other.mBucketCount);
             addCopiesOf(other);
         }
@@ -55,7 +57,7 @@ public:
             *present = value;
             return true;
         }
-        return add(key, new (std::nothrow) V(value)) != 0;
+        return add(key, mValues.create(value)) != 0;
     }
     /// The value of `key`, adding a default-constructed one when it is absent; null
     /// when memory ran out (the map is then unchanged).
@@ -64,7 +66,7 @@ public:
         if (V* present = find(key)) {
             return present;
         }
-        return add(key, new (std::nothrow) V());
+        return add(key, mValues.create());
     }
     /// The value of `key`, or null when it is absent.
     V* find(unsigned int key) { return valueOf(lookup(key)); }
@@ -89,27 +91,31 @@ public:
     }
 
     /// Destroys every value and starts again with the initial bucket count.
-    using CHashMapImpl::clear;
+    void clear()
+    {
+        CHashMapImpl::clear();
+        mValues.release();
+    }
     /// Number of keys (a scan, in time proportional to `capacity()`).
     using CHashMapImpl::size;
     /// Bucket heads plus overflow items.
     using CHashMapImpl::capacity;
 
 protected:
-    // Values are owned heap objects. `get` and `set` make them before the engine adds
+    // Values are owned objects of the pool. `get` and `set` make them before the engine adds
     // the key and let `initValue` adopt them; otherwise one is made here, and one that
     // finds no memory leaves a null that is never dereferenced by this class's hooks.
     void copyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
         if (*value != 0) {
-            *value = new (std::nothrow) V(**value);
+            *value = mValues.create(**value);
         }
     }
     void destroyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
-        delete *value;
+        mValues.destroy(*value);
         *value = 0;
     }
     void initValue(void* slot) override
@@ -119,7 +125,7 @@ protected:
             *value = mpAdopted;
             mpAdopted = 0;
         } else {
-            *value = new (std::nothrow) V();
+            *value = mValues.create();
         }
     }
 
@@ -136,7 +142,7 @@ private:
         mpAdopted = owned;
         void** slot = access(key);
         if (mpAdopted != 0) {
-            delete mpAdopted;
+            mValues.destroy(mpAdopted);
             mpAdopted = 0;
             return 0;
         }
@@ -147,12 +153,13 @@ private:
     {
         for (CHashMapItem* item = other.firstItem(); item != 0; item = other.nextItem(item)) {
             if (item->value != 0) {
-                (void)add(item->key, new (std::nothrow) V(*static_cast<const V*>(item->value)));
+                (void)add(item->key, mValues.create(*static_cast<const V*>(item->value)));
             }
         }
     }
 
     V* mpAdopted;
+    THashValuePool<V> mValues;
 };
 
 } // namespace PAL

@@ -9,6 +9,11 @@ namespace PAL {
 
 class IIStream;
 class IOStream;
+class CString;
+
+namespace StringUtilities {
+class CCaseMappingEngine;
+} // namespace StringUtilities
 
 /// Length of the UTF-8 sequence that a byte starts (1 to 6, in the six-byte form that
 /// reaches 31-bit values), or 255 where the byte cannot start one.
@@ -255,6 +260,10 @@ public:
     static const CString null;
 
 private:
+    // The case mapping rewrites a whole text in one pass instead of character by
+    // character through `replace`.
+    friend class StringUtilities::CCaseMappingEngine;
+
     struct NullTag {};
     // Constant-initialised, so `null` is usable from any constructor of the process.
     constexpr explicit CString(NullTag) : mpData(&nullData) {}
@@ -274,6 +283,7 @@ private:
     bool replaceText(const_iterator& position, unsigned int count, const CString& text);
     void cutAt(unsigned int byteLength, unsigned int charCount);
     static CString fromBytes(const char* bytes, unsigned int byteCount, unsigned int charCount);
+    static SStringData* newBlock(unsigned int capacity);
 
     SStringData* mpData;
 };

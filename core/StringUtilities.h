@@ -80,14 +80,16 @@ OSAL_KIT_API extern const char TO_UPPER_CASE_MAP_SOURCE_DATA_VERSION[];
 /// Maps `text` to lower case in place, code point by code point, without locale or
 /// context (U+03A3 always becomes U+03C3). One code point may become several (U+0130
 /// becomes "i" and U+0307), so the length can change. Code points without a mapping,
-/// above U+FFFF or not letters stay as they are. A string shared with others is copied
-/// first, so the others never change; when memory runs out, characters stay unmapped.
+/// above U+FFFF or not letters stay as they are, and so does everything after a NUL
+/// character. A string shared with others is copied first, so the others never change;
+/// when memory runs out, characters stay unmapped.
 OSAL_KIT_API void toLower(CString& text);
 /// As `toLower`, to upper case ("straße" becomes "STRASSE", U+FB03 becomes "FFI").
 OSAL_KIT_API void toUpper(CString& text);
 /// The engine of `toLower` and `toUpper`, for any table of the shape of
-/// `SCaseMappingTable`. Costs O(n²) in the length of `text` (each character is found
-/// by a walk from the start) and O(log m) per lookup.
+/// `SCaseMappingTable`. Costs O(n) in the length of `text`, with a lookup of O(1) in the
+/// shipped tables and O(log m) in others. The result is that of replacing each mapped
+/// character in turn; when memory runs out the text stays as it was.
 OSAL_KIT_API void doCaseMapping(CString& text, const SCaseMappingTable& table);
 
 /// Parses the whole of `text` (up to its first NUL) as a signed decimal number: white
@@ -180,11 +182,53 @@ inline int digitValue(char c, unsigned int base)
     return -1;
 }
 
+// The decimal branch of `toUInt` as a straight walk: leading space, one sign, digits,
+// trailing space, the same text accepted and refused as by the general machine.
+template <class T, T max>
+bool parseDecimal(const char* p, T& value)
+{
+    const T limit = max / 10;
+    const unsigned int lastDigitAtLimit = static_cast<unsigned int>(max - limit * 10);
+    while (isWhiteSpace(*p)) {
+        ++p;
+    }
+    const bool negative = *p == '-';
+    if (negative || *p == '+') {
+        ++p;
+    }
+    const char* const firstDigit = p;
+    T result = 0;
+    unsigned int digit = static_cast<unsigned int>(static_cast<unsigned char>(*p)) - '0';
+    while (digit < 10u) {
+        if (result > limit || (result == limit && digit > lastDigitAtLimit)) {
+            return false;
+        }
+        result = static_cast<T>(result * 10 + digit);
+        digit = static_cast<unsigned int>(static_cast<unsigned char>(*++p)) - '0';
+    }
+    const bool haveDigit = p != firstDigit;
+    while (*p != '\0') {
+        if (!isWhiteSpace(*p)) {
+            return false;
+        }
+        ++p;
+    }
+    if (!haveDigit || (negative && result != 0)) {
+        return false;
+    }
+    value = result;
+    return true;
+}
+
 } // namespace Detail
 
 template <class T, T max>
 bool toUInt(const CString& text, T& value, const bool& isHex, const bool& isPrefixMandatory)
 {
+    if (!isHex) {
+        return Detail::parseDecimal<T, max>(text.getBuffer(), value);
+    }
+
     enum eState { eLeadingSpace, ePrefix, eX, eSign, eDigits, eTrailingSpace };
 
     const T base = isHex ? 16 : 10;

@@ -26,9 +26,12 @@ const unsigned int DAYS_IN_100_YEARS = 36524u;
 const unsigned int DAYS_IN_4_YEARS = 1461u;
 const unsigned int DAYS_IN_YEAR = 365u;
 
-// 1601-01-01 starts a 400-year cycle; our day 0 lies this many days after it.
-const unsigned int CYCLE_YEAR = 1601u;
-const unsigned int DAYS_FROM_CYCLE_START = 134409u;
+// Day 0, 1969-01-01, lies this many days after 0000-03-01 of the proleptic Gregorian
+// calendar, the start of a 400-year cycle counted from March.
+const unsigned int DAYS_FROM_MARCH_YEAR_0 = 719103u;
+// The largest day number whose count from 0000-03-01, times four plus three, fits in
+// 32 bits.
+const unsigned int FAST_DAYS_LIMIT = (0xFFFFFFFFu - 3u) / 4u - DAYS_FROM_MARCH_YEAR_0;
 
 const unsigned short EPOCH_YEAR = 1969u;
 const unsigned short VALID_YEAR_SPAN = 1031u; // 1969 + 1031 = 3000
@@ -36,12 +39,6 @@ const unsigned short VALID_YEAR_SPAN = 1031u; // 1969 + 1031 = 3000
 inline bool isLeap(unsigned int year)
 {
     return year % 4u == 0u && (year % 100u != 0u || year % 400u == 0u);
-}
-
-// Leap years among 1 .. year.
-inline unsigned int leapYearsThrough(unsigned int year)
-{
-    return year / 4u - year / 100u + year / 400u;
 }
 
 // A month that cannot index the tables is pinned to the nearest real one.
@@ -204,53 +201,73 @@ unsigned short const* CDateAndTime::getDaysFromStart(unsigned short year)
     return sDaysFromStartArray[isLeap(year) ? 1 : 0];
 }
 
-// Whole years are counted by formula: 365 a year plus the leap days of the years from
-// 1969 to the one before `date`'s, as the difference of two leap-year counts from year 1.
+// Counted from 0000-03-01, years start after February, so the leap day is the last day
+// of its year and the months from March on repeat 31, 30, 31, 30, 31 (153 days every
+// five months). Both directions are then affine maps between day counts and years,
+// months and days, evaluated with multiplications and shifts (as Neri and Schneider
+// showed) instead of tables and loops. A day beyond the month's end simply counts on.
 unsigned int CDateAndTime::getDaysFromDate(SDate const& date)
 {
     const unsigned int years = static_cast<unsigned short>(date.mYear - EPOCH_YEAR);
-    const unsigned int year = EPOCH_YEAR + years; // below 1969: plus 65,536
-    const unsigned int leapDays = leapYearsThrough(year - 1u) - leapYearsThrough(EPOCH_YEAR - 1u);
-    const unsigned short* table = getDaysFromStart(date.mYear);
-    return years * DAYS_IN_YEAR + leapDays + table[usableMonth(date.mMonth) - 1u] + date.mDay - 1u;
+    const unsigned int month = usableMonth(date.mMonth);
+    const bool januaryOrFebruary = month <= 2u;
+    const unsigned int year = EPOCH_YEAR + years - (januaryOrFebruary ? 1u : 0u); // below 1969: plus 65,536
+    const unsigned int monthFromYear0 = januaryOrFebruary ? month + 12u : month;
+    const unsigned int century = year / 100u;
+    const unsigned int yearDays = DAYS_IN_4_YEARS * year / 4u - century + century / 4u;
+    const unsigned int monthDays = (979u * monthFromYear0 - 2919u) / 32u;
+    unsigned int days = yearDays + monthDays + date.mDay - 1u - DAYS_FROM_MARCH_YEAR_0;
+    if (date.mYear < EPOCH_YEAR && !januaryOrFebruary) {
+        // The whole years run to the year plus 65,536, but the months are those of the
+        // year as given: its own 29 February or none.
+        days = days - (isLeap(EPOCH_YEAR + years) ? 1u : 0u) + (isLeap(date.mYear) ? 1u : 0u);
+    }
+    return days;
 }
 
-// The Gregorian calendar repeats every 400 years; within a cycle a century has 36,524
-// days, four years 1,461 and a year 365, except that the last century of a cycle and
-// the last year of four have one day more. Counting from 1601-01-01, which starts a
-// cycle, the quotients give the year directly. The last day of a long century or of
-// a leap year gives a quotient of 4, which is pinned to 3.
 void CDateAndTime::getDateFromDays(unsigned int days, SDate& date)
 {
-    // days + DAYS_FROM_CYCLE_START may not fit in 32 bits; split it into cycles first.
-    unsigned int cycles = days / DAYS_IN_400_YEARS;
-    unsigned int rest = days % DAYS_IN_400_YEARS + DAYS_FROM_CYCLE_START;
-    if (rest >= DAYS_IN_400_YEARS) {
-        rest -= DAYS_IN_400_YEARS;
-        ++cycles;
+    if (days > FAST_DAYS_LIMIT) {
+        getDateFromLargeDays(days, date);
+        return;
     }
-    unsigned int centuries = rest / DAYS_IN_100_YEARS;
-    if (centuries == 4u) {
-        centuries = 3u;
-    }
-    rest -= centuries * DAYS_IN_100_YEARS;
-    const unsigned int olympiads = rest / DAYS_IN_4_YEARS;
-    rest %= DAYS_IN_4_YEARS;
-    unsigned int years = rest / DAYS_IN_YEAR;
-    if (years == 4u) {
-        years = 3u;
-    }
-    rest -= years * DAYS_IN_YEAR; // day of the year, 0..365
+    const unsigned int fromYear0 = days + DAYS_FROM_MARCH_YEAR_0;
+    const unsigned int quarterDays = 4u * fromYear0 + 3u;
+    const unsigned int century = quarterDays / DAYS_IN_400_YEARS;
+    const unsigned int ofCentury = (quarterDays % DAYS_IN_400_YEARS) / 4u;
+    const unsigned long long yearPart = 2939745ull * (4u * ofCentury + 3u);
+    const unsigned int yearOfCentury = static_cast<unsigned int>(yearPart >> 32);
+    const unsigned int dayOfYear = static_cast<unsigned int>(yearPart & 0xFFFFFFFFull) / 2939745u / 4u;
+    const unsigned int monthPart = 2141u * dayOfYear + 197913u;
+    const unsigned int month = monthPart >> 16; // 3 .. 14, January and February last
+    const bool januaryOrFebruary = dayOfYear >= 306u;
+    date.mYear = static_cast<unsigned short>(100u * century + yearOfCentury + (januaryOrFebruary ? 1u : 0u));
+    date.mMonth = static_cast<unsigned char>(januaryOrFebruary ? month - 12u : month);
+    date.mDay = static_cast<unsigned char>((monthPart & 0xFFFFu) / 2141u + 1u);
+}
 
-    const unsigned int year = CYCLE_YEAR + cycles * 400u + centuries * 100u + olympiads * 4u + years;
-    const unsigned short* table = sDaysFromStartArray[isLeap(year) ? 1 : 0];
-    unsigned int month = 1u;
-    while (month < 12u && table[month] <= rest) {
-        ++month;
+// Day numbers whose count from year 0 no longer fits four times in 32 bits (years far
+// beyond the valid range): whole 400-year cycles first, then the year, the day of the
+// year and the month by divisions.
+void CDateAndTime::getDateFromLargeDays(unsigned int days, SDate& date)
+{
+    unsigned int cycles = 0;
+    unsigned int rest = days;
+    if (rest > 0xFFFFFFFFu - DAYS_FROM_MARCH_YEAR_0) {
+        cycles = rest / DAYS_IN_400_YEARS;
+        rest %= DAYS_IN_400_YEARS;
     }
-    date.mYear = static_cast<unsigned short>(year);
+    rest += DAYS_FROM_MARCH_YEAR_0;
+    cycles += rest / DAYS_IN_400_YEARS;
+    rest %= DAYS_IN_400_YEARS;
+    const unsigned int yearOfCycle =
+        (rest - rest / (DAYS_IN_4_YEARS - 1u) + rest / DAYS_IN_100_YEARS - rest / (DAYS_IN_400_YEARS - 1u)) / DAYS_IN_YEAR;
+    const unsigned int dayOfYear = rest - (DAYS_IN_YEAR * yearOfCycle + yearOfCycle / 4u - yearOfCycle / 100u);
+    const unsigned int monthFromMarch = (5u * dayOfYear + 2u) / 153u;
+    const unsigned int month = monthFromMarch < 10u ? monthFromMarch + 3u : monthFromMarch - 9u;
+    date.mYear = static_cast<unsigned short>(cycles * 400u + yearOfCycle + (month <= 2u ? 1u : 0u));
     date.mMonth = static_cast<unsigned char>(month);
-    date.mDay = static_cast<unsigned char>(rest - table[month - 1u] + 1u);
+    date.mDay = static_cast<unsigned char>(dayOfYear - (153u * monthFromMarch + 2u) / 5u + 1u);
 }
 
 unsigned char CDateAndTime::getDayOfWeek(unsigned int days)

@@ -180,7 +180,8 @@ CString::CString(unsigned int capacity) : mpData(&nullData)
 
 CString::CString(const CString& other) : mpData(other.mpData)
 {
-    addReference(false, other.mpData->mCapacity);
+    // Sharing needs no capacity test: the block is always as large as itself.
+    Atomic::increment(mpData->mRefCount);
 }
 
 CString::CString(const unsigned int* text) : mpData(&nullData)
@@ -859,6 +860,11 @@ void CString::truncate(unsigned int count)
 }
 
 // ---- pieces
+
+SStringData* CString::newBlock(unsigned int capacity)
+{
+    return capacity < sLargestCapacity ? copyBlock(&nullData, capacity) : 0;
+}
 
 CString CString::fromBytes(const char* bytes, unsigned int byteCount, unsigned int charCount)
 {

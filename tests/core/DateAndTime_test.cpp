@@ -79,6 +79,40 @@ TEST(DateAndTime, DayNumbersAgreeWithAPlainCountUpToTheLast16BitYear)
     }
 }
 
+// Far beyond the valid range the conversions still count plainly: day numbers keep the
+// year's low 16 bits (on either side of the point where the count from year 0 needs
+// more than 30 bits), and a year below 1969 runs its whole years to that year plus
+// 65,536 but has the months of the year as given (100 has no 29 February).
+TEST(DateAndTime, ExtremeDayNumbersAndWrappedYearsFollowTheCalendar)
+{
+    struct Row {
+        int line;
+        unsigned int dayNumber;
+        SDate date;
+    };
+    const Row fromDays[] = {
+        {__LINE__, 1073022720u, SDate(56221, 6, 5)},
+        {__LINE__, 1073022721u, SDate(56221, 6, 6)},
+        {__LINE__, 0xFFFFFFFFu, SDate(30246, 1, 20)},
+    };
+    for (const Row& row : fromDays) {
+        SCOPED_TRACE(row.line);
+        SDate date;
+        CDateAndTime::getDateFromDays(row.dayNumber, date);
+        EXPECT_EQ(row.date, date);
+    }
+    const Row toDays[] = {
+        {__LINE__, 23253953u, SDate(100, 3, 1)},
+        {__LINE__, 23253953u, SDate(100, 2, 29)},
+        {__LINE__, 23936226u, SDate(1968, 3, 1)},
+        {__LINE__, 23936531u, SDate(1968, 12, 31)},
+    };
+    for (const Row& row : toDays) {
+        SCOPED_TRACE(row.line);
+        EXPECT_EQ(row.dayNumber, CDateAndTime::getDaysFromDate(row.date));
+    }
+}
+
 TEST(DateAndTime, AnyValueGivesFieldsInRange)
 {
     unsigned long long value = 0xFFFFFFFFFFFFFFFFull;

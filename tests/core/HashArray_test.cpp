@@ -105,6 +105,53 @@ TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
     EXPECT_EQ(20 + 19, CountedValue::live());
 }
 
+// Integer keys with the default traits live in the table's own key fields; the keys a
+// visitor sees, lookups and removals must be those of the keys given, negative ones and
+// 64-bit ones included.
+template <typename K>
+void expectIntegerKeysRoundTrip(const std::vector<K>& keys)
+{
+    PAL::THashArray<K, int> table(2);
+    for (unsigned int i = 0; i < keys.size(); ++i)
+        ASSERT_TRUE(table.insert(keys[i], static_cast<int>(i)));
+    std::map<K, int> seen;
+    table.forEach([&seen](const K& key, int& value) { EXPECT_TRUE(seen.emplace(key, value).second); });
+    ASSERT_EQ(keys.size(), seen.size());
+    for (unsigned int i = 0; i < keys.size(); ++i) {
+        EXPECT_EQ(static_cast<int>(i), seen[keys[i]]);
+        ASSERT_NE(nullptr, table.find(keys[i]));
+    }
+    EXPECT_TRUE(table.remove(keys[0]));
+    EXPECT_FALSE(table.contains(keys[0]));
+    EXPECT_EQ(keys.size() - 1, table.size());
+}
+
+TEST_F(HashArrayTest, IntegerKeysOfEveryWidthAndSign)
+{
+    expectIntegerKeysRoundTrip<int>({-1, 0, 1, -2147483647 - 1, 2147483647, -7});
+    expectIntegerKeysRoundTrip<char>({'a', '\0', static_cast<char>(-3)});
+    expectIntegerKeysRoundTrip<unsigned long long>({0ull, 1ull, 0xFFFFFFFFull, 0x100000000ull, ~0ull});
+}
+
+// Traits of the user's own decide equality even for integer keys: 3 and 13 are one key
+// here.
+struct SLastDigit {
+    static unsigned int hash(const unsigned int& key) { return key % 10; }
+    static bool equal(const unsigned int& a, const unsigned int& b) { return a % 10 == b % 10; }
+};
+
+TEST_F(HashArrayTest, IntegerKeysWithTheirOwnTraitsCompareByThem)
+{
+    PAL::THashArray<unsigned int, CountedValue, SLastDigit> table;
+    ASSERT_TRUE(table.insert(3, CountedValue(1)));
+    ASSERT_TRUE(table.insert(13, CountedValue(2)));
+    EXPECT_EQ(1u, table.size());
+    ASSERT_NE(nullptr, table.find(23));
+    EXPECT_EQ(2, table.find(23)->payload());
+    EXPECT_TRUE(table.remove(33));
+    EXPECT_EQ(0, CountedValue::live());
+}
+
 // Each insert lands or leaves the table as it was, whichever allocation fails (the
 // key, the value, a bucket array or a chain item).
 TEST_F(HashArrayTest, AnInsertThatFindsNoMemoryChangesNothing)

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -302,6 +303,63 @@ TEST(CaseMappingEngineTest, AbsentTablesMapNothing)
     EXPECT_EQ("Straße", bytes(text));
 }
 
+// The shipped tables are looked up through an index and texts are mapped in one pass;
+// a copy of a table at another address is searched instead. Both must give what
+// mapping each character by its table gives, on private and on shared strings.
+TEST(CaseMappingEngineTest, OnePassAgreesWithMappingEachCharacter)
+{
+    const unsigned int pool[] = {'a', 'q', 'Z', '7', ' ', 0, 0xDF, 0xE9, 0xC9, 0xFF, 0x0130, 0x0131, 0x0149,
+                                 0x0390, 0x03A3, 0x03C2, 0x0434, 0x0416, 0x0587, 0x1FB3, 0x212A, 0xFB03,
+                                 0xFF41, 0x6F22, 0x10428, 0x7FFFFFFF};
+    std::mt19937 random(7u);
+    for (const ShippedTableRow& row : sShippedTables) {
+        SCOPED_TRACE(row.line);
+        const std::map<unsigned int, CodePoints> expected = expectedMappings(*row.table);
+        const SCaseMappingTable searched = *row.table;
+        for (int round = 0; round < 2000; ++round) {
+            CodePoints input(random() % 24);
+            for (unsigned int& cp : input) {
+                cp = pool[random() % (sizeof(pool) / sizeof(pool[0]))];
+            }
+            // Characters are walked up to the first NUL; what follows it stays.
+            CodePoints want;
+            bool afterNul = false;
+            for (unsigned int cp : input) {
+                afterNul = afterNul || cp == 0;
+                const auto found = expected.find(cp);
+                if (afterNul || found == expected.end()) {
+                    want.push_back(cp);
+                } else {
+                    want.insert(want.end(), found->second.begin(), found->second.end());
+                }
+            }
+            for (const SCaseMappingTable* table : {row.table, &searched}) {
+                for (bool shared : {false, true}) {
+                    CString text = fromCodePoints(input);
+                    const CString other = shared ? text : CString();
+                    doCaseMapping(text, *table);
+                    expectConsistent(text);
+                    ASSERT_EQ(want, codePointsOf(text)) << "round " << round << (shared ? ", shared" : "");
+                    if (shared) {
+                        ASSERT_EQ(input, codePointsOf(other));
+                    }
+                }
+            }
+        }
+    }
+}
+
+// A follower byte of 0xC0 or more is taken as a continuation where the string was
+// built, but the iterator steps onto it: such texts are mapped as the iterator sees them.
+TEST(CaseMappingEngineTest, FollowersThatStartCharactersAreSteppedOnAsTheIteratorDoes)
+{
+    CString text("a\xC3\xC3" "b", 4);
+    ASSERT_EQ(3u, text.getLength());
+    toLower(text);
+    expectConsistent(text);
+    EXPECT_EQ("a\xC3\xA3" "b", bytes(text));
+}
+
 // ---- number parsing
 
 struct Int32Row {
@@ -394,6 +452,17 @@ TEST(NumberParsingTest, ToUIntFollowsBasePrefixAndRange)
         {__LINE__, 32, "-1", dec, optional, false, 0},
         {__LINE__, 32, "+ 5", dec, optional, false, 0},
         {__LINE__, 32, "0x10", dec, optional, false, 0},
+        // Decimal text is walked in one straight pass: the same grammar at its edges.
+        {__LINE__, 32, "00000000004294967295", dec, optional, true, 4294967295u},
+        {__LINE__, 32, "4294967299", dec, optional, false, 0},
+        {__LINE__, 32, "\t\n42\r\v\f", dec, optional, true, 42},
+        {__LINE__, 32, "1 0", dec, optional, false, 0},
+        {__LINE__, 32, "1/", dec, optional, false, 0},
+        {__LINE__, 32, "1:", dec, optional, false, 0},
+        {__LINE__, 32, "--5", dec, optional, false, 0},
+        {__LINE__, 32, "-", dec, optional, false, 0},
+        {__LINE__, 32, "+ ", dec, optional, false, 0},
+        {__LINE__, 32, "", dec, optional, false, 0},
         {__LINE__, 32, "0xFFFFFFFF", hex, mandatory, true, 0xFFFFFFFFu},
         {__LINE__, 32, "0x100000000", hex, optional, false, 0},
         {__LINE__, 8, "255", dec, optional, true, 255},
