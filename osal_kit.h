@@ -12,6 +12,7 @@
 #include "core/HashArrayImpl.h"
 #include "core/HashMap.h"
 #include "core/HashMapImpl.h"
+#include "core/HashValuePool.h"
 #include "core/MemoryStream.h"
 #include "core/PtrVector.h"
 #include "core/RCMemoryBuffer.h"
