@@ -70,6 +70,7 @@ public:
 private:
     class CThreadElement;
     class CTaskElement;
+    class CWaitingTasks;
 
     CThreadPool(const CThreadPool&) = delete;
     CThreadPool& operator=(const CThreadPool&) = delete;
@@ -103,6 +104,7 @@ private:
     CString convertPrioToPalPrio(int priority, eMorvex_PAL_ThreadPrio& palPriority);
     void shutdownThreads();
     CString assignTasksToThreads();
+    CString attachTask(int position, CTaskElement& task);
 
     bool isQueueIdAvailable(unsigned int queueId);
     void setQueueIdAsBusy(unsigned int queueId);
@@ -115,7 +117,9 @@ private:
     void getBusyQueueIds(TVector<unsigned int>& busyQueueIds, CString& busyQueueIdsText);
 
     sMorvex_PAL_Mutex* mTSIMutex;
-    TPtrVector<CTaskElement> mTasksPtrVector;
+    // The tasks not yet given to a thread, oldest first; owns them. Never null in a pool
+    // that has its lock.
+    CWaitingTasks* mpWaitingTasks;
     TPtrVector<CThreadElement> mThreadsPtrVector;
     TVector<unsigned int> mBusyQueueIds;
     CString mPoolName;

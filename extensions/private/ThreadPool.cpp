@@ -1,5 +1,7 @@
 #include "extensions/ThreadPool.h"
 
+#include "extensions/private/WaitingTasks.h"
+
 #include <cstdarg>
 #include <mutex>
 #include <new>
@@ -145,7 +147,7 @@ private:
     CThreadElement& operator=(const CThreadElement&) = delete;
 };
 
-class CThreadPool::CTaskElement {
+class CThreadPool::CTaskElement : public CWaitingLinks {
 public:
     CTaskElement(const CString& taskName, unsigned int queueId);
     ~CTaskElement();
@@ -168,6 +170,29 @@ private:
     // stay unique even in a process where the PAL core could not make that mutex.
     static std::atomic<unsigned int> sNextAvailableTaskId;
     static std::mutex sIdMutexCreation;
+};
+
+class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
+public:
+    // The pool's threads as a dispatch pass sees them (lock held).
+    class Threads {
+    public:
+        explicit Threads(CThreadPool& pool) : mPool(pool) {}
+
+        int firstIdleThread()
+        {
+            int position = -1;
+            (void)mPool.getPosOfFirstIdleThread(position);
+            return position;
+        }
+        CString uninitializedThreads(unsigned int& count) { return mPool.getNumbOfUninitializedThreads(count); }
+        CString addThread(unsigned int& position) { return mPool.addNewThreadToPool(mPool.mThreadPrio, position); }
+        CString attach(int position, CTaskElement* task) { return mPool.attachTask(position, *task); }
+        void queueBecameBusy(unsigned int queueId) { mPool.setQueueIdAsBusy(queueId); }
+
+    private:
+        CThreadPool& mPool;
+    };
 };
 
 std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
@@ -213,7 +238,7 @@ CThreadPool::CTaskElement::~CTaskElement()
 
 CThreadPool::CThreadPool(CString poolName)
     : mTSIMutex(0),
-      mTasksPtrVector(),
+      mpWaitingTasks(new (std::nothrow) CWaitingTasks),
       mThreadsPtrVector(),
       mBusyQueueIds(),
       mPoolName(poolName),
@@ -223,7 +248,11 @@ CThreadPool::CThreadPool(CString poolName)
       mThreadPrio(0),
       mIsShuttingDown(false)
 {
-    (void)Morvex_PAL_MutexInit(&mTSIMutex);
+    // Without room for its waiting tasks the pool goes without its lock as well, and
+    // refuses every locked operation as a pool whose lock could not be made.
+    if (mpWaitingTasks != 0) {
+        (void)Morvex_PAL_MutexInit(&mTSIMutex);
+    }
     (void)CTaskElement::idMutex();
 }
 
@@ -239,6 +268,7 @@ CThreadPool::~CThreadPool()
     if (mTSIMutex != 0) {
         (void)Morvex_PAL_MutexDeInit(&mTSIMutex);
     }
+    delete mpWaitingTasks;
 }
 
 CString CThreadPool::poolText(const char* formatText) const
@@ -576,10 +606,12 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
                         mPoolName.getBuffer());
     }
 
-    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
-        delete mTasksPtrVector.get(i);
+    for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0;) {
+        CTaskElement* newer = CWaitingTasks::newer(task);
+        delete task;
+        task = newer;
     }
-    mTasksPtrVector.clear();
+    mpWaitingTasks->clear();
 
     CString result;
     if (policy == eAbortRunningTasks) {
@@ -599,6 +631,7 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
     shutdownThreads();
     mIsStarted = false;
     mBusyQueueIds.clear();
+    mpWaitingTasks->clear();
     return result;
 }
 
@@ -675,11 +708,9 @@ CString CThreadPool::addTask(const CString& taskName, IPoolTask* pPoolTask, cons
     if (pPoolTask == 0) {
         return poolText("CThreadPool::addTask: Error: pPoolTask==0 [pool:%s]");
     }
-    // The list's room is taken first: once the task has an id, it must be queued.
-    const int needed = mTasksPtrVector.size() + 1;
-    mTasksPtrVector.reserve(mTasksPtrVector.calcNewCapacity(needed));
+    // The queue's room is taken first: once the task has an id, it must be queued.
     CTaskElement* element = 0;
-    if (mTasksPtrVector.capacity() >= needed) {
+    if (mpWaitingTasks->reserveQueue(queueId)) {
         element = new (std::nothrow) CTaskElement(taskName, queueId);
     }
     if (element == 0) {
@@ -688,76 +719,37 @@ CString CThreadPool::addTask(const CString& taskName, IPoolTask* pPoolTask, cons
     taskId = element->mTaskId;
     element->mpPoolTask = pPoolTask;
     pPoolTask->mTaskId = element->mTaskId;
-    mTasksPtrVector.push_back(element);
+    mpWaitingTasks->append(element);
     return assignTasksToThreads();
 }
 
 CString CThreadPool::assignTasksToThreads()
 {
-    CString result;
-    if (mTasksPtrVector.size() == 0) {
-        return result;
+    if (mpWaitingTasks->size() == 0) {
+        return CString();
     }
-    // A task handed to a thread leaves the list at once; `erased` keeps the indices in
-    // the texts those of the list as the pass found it.
-    int erased = 0;
-    int i = 0;
-    while (i < mTasksPtrVector.size() && result.isEmpty()) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: mTasksPtrVector[%d] == 0 "
-                              "[pool:%s]. The null pointer will be removed from the list.",
-                              i + erased, mPoolName.getBuffer());
-            mTasksPtrVector.erase(i);
-            break;
-        }
-        if (task->mQueueId != 0 && !isQueueIdAvailable(task->mQueueId)) {
-            ++i;
-            continue;
-        }
-        int position = -1;
-        (void)getPosOfFirstIdleThread(position);
-        if (position < 0) {
-            unsigned int uninitialized = 0;
-            result = getNumbOfUninitializedThreads(uninitialized);
-            if (!result.isEmpty()) {
-                break;
-            }
-            if (uninitialized == 0) {
-                ++i;
-                continue;
-            }
-            unsigned int newPosition = 0;
-            result = addNewThreadToPool(mThreadPrio, newPosition);
-            if (!result.isEmpty()) {
-                break;
-            }
-            position = static_cast<int>(newPosition);
-        }
-        if (position >= mThreadsPtrVector.size()) {
-            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
-                              "mThreadsPtrVector.size() [%d] [pool:%s].",
-                              position, mThreadsPtrVector.size(), mPoolName.getBuffer());
-            break;
-        }
-        CThreadElement* thread = mThreadsPtrVector.get(position);
-        thread->mpTaskElement = task;
-        const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
-        if (signalResult != 0) {
-            // The thread will not wake for it: the task goes back to being only waiting.
-            thread->mpTaskElement = 0;
-            result = makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
-                              "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
-                              signalResult, position, task->mTaskName.getBuffer(), mPoolName.getBuffer());
-            break;
-        }
-        if (task->mQueueId != 0) {
-            setQueueIdAsBusy(task->mQueueId);
-        }
-        mTasksPtrVector.erase(i);
-        ++erased;
+    CWaitingTasks::Threads threads(*this);
+    return mpWaitingTasks->dispatch(threads);
+}
+
+CString CThreadPool::attachTask(int position, CTaskElement& task)
+{
+    if (position >= mThreadsPtrVector.size()) {
+        return makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
+                        "mThreadsPtrVector.size() [%d] [pool:%s].",
+                        position, mThreadsPtrVector.size(), mPoolName.getBuffer());
     }
-    return result;
+    CThreadElement* thread = mThreadsPtrVector.get(position);
+    thread->mpTaskElement = &task;
+    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
+    if (signalResult != 0) {
+        // The thread will not wake for it: the task goes back to being only waiting.
+        thread->mpTaskElement = 0;
+        return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
+                        "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
+                        signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
+    }
+    return CString();
 }
 
 int CThreadPool::poolThread(void* pPool)
@@ -878,6 +870,7 @@ void CThreadPool::setQueueIdAsBusy(unsigned int queueId)
 
 void CThreadPool::setQueueIdAsFree(unsigned int queueId)
 {
+    mpWaitingTasks->setQueueFree(queueId);
     for (int i = mBusyQueueIds.size() - 1; i >= 0; --i) {
         if (*mBusyQueueIds.get(i) == queueId) {
             mBusyQueueIds.erase(i);
@@ -1032,13 +1025,8 @@ CString CThreadPool::abortTaskByCriteria(const unsigned int& taskId, const CStri
     if (!result.isEmpty() || runningTasksOnly || (byTaskId && matched)) {
         return result;
     }
-    for (int i = mTasksPtrVector.size() - 1; i >= 0 && result.isEmpty() && !(byTaskId && matched); --i) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            result = makeText("CThreadPool::abortTaskByCriteria: Unexpected: mTasksPtrVector[%d] == 0. [pool:%s]",
-                              i, mPoolName.getBuffer());
-            break;
-        }
+    for (CTaskElement* task = mpWaitingTasks->newest(); task != 0 && !(byTaskId && matched);
+         task = CWaitingTasks::older(task)) {
         const bool matches = byTaskId ? task->mTaskId == taskId
                                       : (byName ? task->mTaskName == taskName : task->mQueueId == queueId);
         if (!matches) {
@@ -1071,11 +1059,7 @@ CString CThreadPool::abortAllTasks(TVector<AbortedTaskInfo>& abortedTasks)
         task.mpPoolTask->Abort();
         abortedTasks.push_back(abortedInfo(task.mTaskName, task.mTaskId, task.mQueueId, true));
     }
-    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            continue;
-        }
+    for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0; task = CWaitingTasks::newer(task)) {
         if (task->mpPoolTask != 0) {
             task->mpPoolTask->mIsAborted = true;
         }
@@ -1149,7 +1133,7 @@ CString CThreadPool::getRunningTaskInfoByQueueId(const unsigned int& queueId, TV
 
 bool CThreadPool::isIdle()
 {
-    if (mTasksPtrVector.size() != 0) {
+    if (mpWaitingTasks != 0 && mpWaitingTasks->size() != 0) {
         return false;
     }
     for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
@@ -1224,7 +1208,7 @@ CString CThreadPool::getStatus(Status& status)
     status.mIsShuttingDown = mIsShuttingDown;
     status.mMinNumbOfThreads = mMinNumbOfThreads;
     status.mMaxNumbOfThreads = mMaxNumbOfThreads;
-    status.mTasksListSize = mTasksPtrVector.size();
+    status.mTasksListSize = mpWaitingTasks != 0 ? mpWaitingTasks->size() : 0;
     status.mNumbOfInitializedThreads = mThreadsPtrVector.size();
     (void)getNumbOfIdleThreads(status.mNumbOfIdleThreads);
     (void)getNumbOfBusyThreads(status.mNumbOfBusyThreads);

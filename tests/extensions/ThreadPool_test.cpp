@@ -869,6 +869,10 @@ TEST_F(ThreadPoolTest, OutOfMemoryInStartOrAddTaskLosesNothing)
     EXPECT_TRUE(threadElementRefused);
 
     ASSERT_EQ("", text(pool->Start(1, 2, 0)));
+    // The pool keeps the room it makes for a queue id's tasks.
+    TaskProbe& first = probe();
+    add(first, "t", 1);
+    ASSERT_TRUE(first.deletions.waitFor(1));
     std::unique_ptr<TaskProbe[]> offered(new TaskProbe[100]);
     const PAL::CString name("t");
     bool taskElementRefused = false;
@@ -889,6 +893,32 @@ TEST_F(ThreadPoolTest, OutOfMemoryInStartOrAddTaskLosesNothing)
         EXPECT_TRUE(pool->IsIdle()); // the completion, record freed, is over
     });
     EXPECT_TRUE(taskElementRefused);
+}
+
+TEST_F(ThreadPoolTest, NoRoomForWaitingTasksIsAnAllocationRefusal)
+{
+    // A queue id far beyond those used so far needs room of its own.
+    ASSERT_EQ("", text(pool->Start(1, 100000, 0)));
+    TaskProbe& refused = probe();
+    std::unique_ptr<ProbeTask> task(new ProbeTask(refused));
+    unsigned int taskId = 0;
+    const PAL::CString name("t");
+    osal_kit_test::failAllocationAfter(0);
+    const PAL::CString result = pool->AddTask(name, task.get(), 99999, taskId);
+    Morvex_Fault_DisarmAll();
+    EXPECT_EQ("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:P]", text(result));
+    EXPECT_EQ(0u, taskId);
+    task.reset();
+    add(probe(), "t", 99999);
+
+    // A pool without room for its waiting list has no lock either.
+    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 1, 1, 1);
+    std::unique_ptr<IThreadPool> lockless(PAL::CThreadPoolFactory::Create(name));
+    Morvex_Fault_DisarmAll();
+    ASSERT_NE(nullptr, lockless);
+    EXPECT_EQ("CThreadPool::Start: mTSIMutex == Morvex_NULL [pool:t]", text(lockless->Start(1, 1, 0)));
+    EXPECT_TRUE(lockless->IsIdle());
+    EXPECT_EQ(0u, ::status(*lockless).find("Status of thread-pool ['t', minThr:0, maxThr:0, started:false"));
 }
 
 TEST_F(ThreadPoolTest, TaskQueuedWhenGrowthFailsRunsOnTheNextFreeThread)
