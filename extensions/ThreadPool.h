@@ -96,7 +96,8 @@ private:
     CString getPoolName();
     CString getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore);
     CString getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask);
-    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread);
+    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread, bool* pRunNextAtOnce);
+    CString completeTask(const sMorvex_PAL_Thread* pPalThread, bool& runNextAtOnce);
     void threadExited(const sMorvex_PAL_Thread* pPalThread);
 
     CString addNewThreadToPool(int priority, unsigned int& position);
@@ -129,6 +130,10 @@ private:
     int mThreadPrio;
     // Pool threads read it without the lock right after waking.
     std::atomic<bool> mIsShuttingDown;
+    // While a pool thread's own completion hands out tasks: a task given to that thread
+    // needs no wake-up, the thread goes on to it without sleeping.
+    CThreadElement* mpCompletingThread;
+    bool mCompletingThreadGotTask;
 };
 
 } // namespace PAL

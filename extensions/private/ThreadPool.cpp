@@ -3,7 +3,6 @@
 #include "extensions/private/WaitingTasks.h"
 
 #include <cstdarg>
-#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -149,31 +148,51 @@ private:
 
 class CThreadPool::CTaskElement : public CWaitingLinks {
 public:
-    CTaskElement(const CString& taskName, unsigned int queueId);
-    ~CTaskElement();
+    CTaskElement() : mTaskId(0), mTaskName(), mQueueId(0), mpPoolTask(0) {}
+    ~CTaskElement() { delete mpPoolTask; }
+
+    // Makes the element the record of a new task: its name, queue id and a fresh id.
+    void assign(const CString& taskName, unsigned int queueId)
+    {
+        mTaskName = taskName;
+        mQueueId = queueId;
+        mpPoolTask = 0;
+        mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        if (mTaskId == 0) {
+            // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
+            mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        }
+    }
+
+    // What deleting the element does to its task and name, leaving the element reusable.
+    void release()
+    {
+        delete mpPoolTask;
+        mpPoolTask = 0;
+        mTaskName = CString();
+    }
 
     unsigned int mTaskId;
     CString mTaskName;
     unsigned int mQueueId;
     IPoolTask* mpPoolTask; // owned
 
-    // Made before the first pool is used (every pool's constructor asks for it), so
-    // two pools never race to create it; see idMutex().
-    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
-    static sMorvex_PAL_Mutex* idMutex();
-
 private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-    // Increments happen under spIdMutex; the counter is atomic as well so that ids
-    // stay unique even in a process where the PAL core could not make that mutex.
+    // Shared by every pool of the process. One atomic increment issues each id, so no
+    // lock is needed for it, and ids are unique and increase in the order issued.
     static std::atomic<unsigned int> sNextAvailableTaskId;
-    static std::mutex sIdMutexCreation;
 };
+
+std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
+    CWaitingTasks() : mpSpare(0), mSpareCount(0) {}
+    ~CWaitingTasks() { freeSpares(); }
+
     // The pool's threads as a dispatch pass sees them (lock held).
     class Threads {
     public:
@@ -193,48 +212,47 @@ public:
     private:
         CThreadPool& mPool;
     };
+
+    // Records of completed tasks are kept for the next ones, up to a few, to spare the
+    // allocator a round trip per task.
+    CTaskElement* newElement()
+    {
+        CTaskElement* element = mpSpare;
+        if (element == 0) {
+            return new (std::nothrow) CTaskElement;
+        }
+        mpSpare = static_cast<CTaskElement*>(element->mpNewer);
+        element->mpNewer = 0;
+        --mSpareCount;
+        return element;
+    }
+    void recycle(CTaskElement* element)
+    {
+        element->release();
+        if (mSpareCount >= SPARE_LIMIT) {
+            delete element;
+            return;
+        }
+        element->mpNewer = mpSpare;
+        mpSpare = element;
+        ++mSpareCount;
+    }
+    void freeSpares()
+    {
+        while (mpSpare != 0) {
+            CTaskElement* next = static_cast<CTaskElement*>(mpSpare->mpNewer);
+            delete mpSpare;
+            mpSpare = next;
+        }
+        mSpareCount = 0;
+    }
+
+private:
+    static const unsigned int SPARE_LIMIT = 32;
+
+    CTaskElement* mpSpare; // chained through mpNewer
+    unsigned int mSpareCount;
 };
-
-std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
-std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
-// Constant-initialised, so it exists before any constructor of the process runs.
-std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
-
-sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
-{
-    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
-    if (handle != 0) {
-        return handle;
-    }
-    std::lock_guard<std::mutex> guard(sIdMutexCreation);
-    handle = spIdMutex.load(std::memory_order_relaxed);
-    if (handle == 0) {
-        // A failed creation leaves it null; the next task element tries again.
-        (void)Morvex_PAL_MutexInit(&handle);
-        spIdMutex.store(handle, std::memory_order_release);
-    }
-    return handle;
-}
-
-CThreadPool::CTaskElement::CTaskElement(const CString& taskName, unsigned int queueId)
-    : mTaskId(0), mTaskName(taskName), mQueueId(queueId), mpPoolTask(0)
-{
-    sMorvex_PAL_Mutex* mutex = idMutex();
-    const bool locked = mutex != 0 && Morvex_PAL_MutexWait(mutex) == MUTEX_OK;
-    mTaskId = sNextAvailableTaskId.fetch_add(1u);
-    if (mTaskId == 0) {
-        // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-        mTaskId = sNextAvailableTaskId.fetch_add(1u);
-    }
-    if (locked) {
-        (void)Morvex_PAL_MutexSignal(mutex);
-    }
-}
-
-CThreadPool::CTaskElement::~CTaskElement()
-{
-    delete mpPoolTask;
-}
 
 CThreadPool::CThreadPool(CString poolName)
     : mTSIMutex(0),
@@ -246,14 +264,15 @@ CThreadPool::CThreadPool(CString poolName)
       mMinNumbOfThreads(0),
       mMaxNumbOfThreads(0),
       mThreadPrio(0),
-      mIsShuttingDown(false)
+      mIsShuttingDown(false),
+      mpCompletingThread(0),
+      mCompletingThreadGotTask(false)
 {
     // Without room for its waiting tasks the pool goes without its lock as well, and
     // refuses every locked operation as a pool whose lock could not be made.
     if (mpWaitingTasks != 0) {
         (void)Morvex_PAL_MutexInit(&mTSIMutex);
     }
-    (void)CTaskElement::idMutex();
 }
 
 CThreadPool::~CThreadPool()
@@ -433,7 +452,20 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
 {
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
-        result = taskCompleted(pPalThread);
+        result = taskCompleted(pPalThread, 0);
+        (void)unlock("TaskCompleted");
+    }
+    return result;
+}
+
+// TaskCompleted as a pool thread's loop calls it: also tells whether the completion
+// gave the thread its next task.
+CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, bool& runNextAtOnce)
+{
+    runNextAtOnce = false;
+    CString result = lock("TaskCompleted");
+    if (result.isEmpty()) {
+        result = taskCompleted(pPalThread, &runNextAtOnce);
         (void)unlock("TaskCompleted");
     }
     return result;
@@ -632,6 +664,7 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
     mIsStarted = false;
     mBusyQueueIds.clear();
     mpWaitingTasks->clear();
+    mpWaitingTasks->freeSpares();
     return result;
 }
 
@@ -709,13 +742,11 @@ CString CThreadPool::addTask(const CString& taskName, IPoolTask* pPoolTask, cons
         return poolText("CThreadPool::addTask: Error: pPoolTask==0 [pool:%s]");
     }
     // The queue's room is taken first: once the task has an id, it must be queued.
-    CTaskElement* element = 0;
-    if (mpWaitingTasks->reserveQueue(queueId)) {
-        element = new (std::nothrow) CTaskElement(taskName, queueId);
-    }
+    CTaskElement* element = mpWaitingTasks->reserveQueue(queueId) ? mpWaitingTasks->newElement() : 0;
     if (element == 0) {
         return poolText("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:%s]");
     }
+    element->assign(taskName, queueId);
     taskId = element->mTaskId;
     element->mpPoolTask = pPoolTask;
     pPoolTask->mTaskId = element->mTaskId;
@@ -741,6 +772,10 @@ CString CThreadPool::attachTask(int position, CTaskElement& task)
     }
     CThreadElement* thread = mThreadsPtrVector.get(position);
     thread->mpTaskElement = &task;
+    if (thread == mpCompletingThread) {
+        mCompletingThreadGotTask = true;
+        return CString();
+    }
     const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
     if (signalResult != 0) {
         // The thread will not wake for it: the task goes back to being only waiting.
@@ -761,8 +796,11 @@ int CThreadPool::poolThread(void* pPool)
     const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
     sMorvex_PAL_Sema* semaphore = 0;
     if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
+        bool runNextAtOnce = false;
         for (;;) {
-            (void)Morvex_PAL_SemaWait(semaphore);
+            if (!runNextAtOnce) {
+                (void)Morvex_PAL_SemaWait(semaphore);
+            }
             if (pool->mIsShuttingDown) {
                 break;
             }
@@ -773,7 +811,7 @@ int CThreadPool::poolThread(void* pPool)
             if (task != 0) {
                 task->Run();
             }
-            if (!pool->TaskCompleted(self).isEmpty()) {
+            if (!pool->completeTask(self, runNextAtOnce).isEmpty()) {
                 break;
             }
         }
@@ -824,7 +862,7 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
     return result;
 }
 
-CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread)
+CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, bool* pRunNextAtOnce)
 {
     if (!mIsStarted) {
         return poolText("CThreadPool::taskCompleted: Error: pool is not started [pool:%s]");
@@ -841,13 +879,21 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread)
         if (element->mpTaskElement->mQueueId != 0) {
             setQueueIdAsFree(element->mpTaskElement->mQueueId);
         }
-        delete element->mpTaskElement;
+        mpWaitingTasks->recycle(element->mpTaskElement);
         element->mpTaskElement = 0;
     }
     if (mIsShuttingDown) {
         return result;
     }
+    if (pRunNextAtOnce != 0) {
+        mpCompletingThread = element;
+        mCompletingThreadGotTask = false;
+    }
     (void)assignTasksToThreads();
+    if (pRunNextAtOnce != 0) {
+        *pRunNextAtOnce = mCompletingThreadGotTask;
+        mpCompletingThread = 0;
+    }
     return result;
 }
 
