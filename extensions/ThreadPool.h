@@ -96,8 +96,8 @@ private:
     CString getPoolName();
     CString getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore);
     CString getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask);
-    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread, bool* pRunNextAtOnce);
-    CString completeTask(const sMorvex_PAL_Thread* pPalThread, bool& runNextAtOnce);
+    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask);
+    CString completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pNextTask);
     void threadExited(const sMorvex_PAL_Thread* pPalThread);
 
     CString addNewThreadToPool(int priority, unsigned int& position);

@@ -458,14 +458,15 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
     return result;
 }
 
-// TaskCompleted as a pool thread's loop calls it: also tells whether the completion
-// gave the thread its next task.
-CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, bool& runNextAtOnce)
+// TaskCompleted as a pool thread's loop calls it: also hands over the thread's next task
+// when the completion gave it one, which the thread then runs without waking up for it
+// or asking for it under the lock again (null: it waits as usual).
+CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pNextTask)
 {
-    runNextAtOnce = false;
+    pNextTask = 0;
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
-        result = taskCompleted(pPalThread, &runNextAtOnce);
+        result = taskCompleted(pPalThread, &pNextTask);
         (void)unlock("TaskCompleted");
     }
     return result;
@@ -796,22 +797,22 @@ int CThreadPool::poolThread(void* pPool)
     const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
     sMorvex_PAL_Sema* semaphore = 0;
     if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
-        bool runNextAtOnce = false;
+        IPoolTask* next = 0;
         for (;;) {
-            if (!runNextAtOnce) {
+            if (next == 0) {
                 (void)Morvex_PAL_SemaWait(semaphore);
             }
             if (pool->mIsShuttingDown) {
                 break;
             }
-            IPoolTask* task = 0;
-            if (!pool->GetPoolTask(self, task).isEmpty()) {
+            IPoolTask* task = next;
+            if (task == 0 && !pool->GetPoolTask(self, task).isEmpty()) {
                 break;
             }
             if (task != 0) {
                 task->Run();
             }
-            if (!pool->completeTask(self, runNextAtOnce).isEmpty()) {
+            if (!pool->completeTask(self, next).isEmpty()) {
                 break;
             }
         }
@@ -862,7 +863,7 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
     return result;
 }
 
-CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, bool* pRunNextAtOnce)
+CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask)
 {
     if (!mIsStarted) {
         return poolText("CThreadPool::taskCompleted: Error: pool is not started [pool:%s]");
@@ -885,13 +886,15 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, bool* p
     if (mIsShuttingDown) {
         return result;
     }
-    if (pRunNextAtOnce != 0) {
+    if (ppNextTask != 0) {
         mpCompletingThread = element;
         mCompletingThreadGotTask = false;
     }
     (void)assignTasksToThreads();
-    if (pRunNextAtOnce != 0) {
-        *pRunNextAtOnce = mCompletingThreadGotTask;
+    if (ppNextTask != 0) {
+        if (mCompletingThreadGotTask) {
+            *ppNextTask = element->mpTaskElement->mpPoolTask;
+        }
         mpCompletingThread = 0;
     }
     return result;
