@@ -118,8 +118,8 @@ private:
     void getBusyQueueIds(TVector<unsigned int>& busyQueueIds, CString& busyQueueIdsText);
 
     sMorvex_PAL_Mutex* mTSIMutex;
-    // The tasks not yet given to a thread, oldest first; owns them. Never null in a pool
-    // that has its lock.
+    // The tasks not yet given to a thread, oldest first, which the pool owns. Never null
+    // in a pool that has its lock.
     CWaitingTasks* mpWaitingTasks;
     TPtrVector<CThreadElement> mThreadsPtrVector;
     TVector<unsigned int> mBusyQueueIds;

@@ -194,9 +194,9 @@ public:
     ~CWaitingTasks() { freeSpares(); }
 
     // The pool's threads as a dispatch pass sees them (lock held).
-    class Threads {
+    class CThreadsView {
     public:
-        explicit Threads(CThreadPool& pool) : mPool(pool) {}
+        explicit CThreadsView(CThreadPool& pool) : mPool(pool) {}
 
         int firstIdleThread()
         {
@@ -760,7 +760,7 @@ CString CThreadPool::assignTasksToThreads()
     if (mpWaitingTasks->size() == 0) {
         return CString();
     }
-    CWaitingTasks::Threads threads(*this);
+    CWaitingTasks::CThreadsView threads(*this);
     return mpWaitingTasks->dispatch(threads);
 }
 
