@@ -70,6 +70,7 @@ public:
 private:
     class CThreadElement;
     class CTaskElement;
+    class CWaitingTasks;
 
     CThreadPool(const CThreadPool&) = delete;
     CThreadPool& operator=(const CThreadPool&) = delete;
@@ -95,7 +96,8 @@ private:
     CString getPoolName();
     CString getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore);
     CString getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask);
-    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread);
+    CString taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask);
+    CString completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pNextTask);
     void threadExited(const sMorvex_PAL_Thread* pPalThread);
 
     CString addNewThreadToPool(int priority, unsigned int& position);
@@ -103,6 +105,7 @@ private:
     CString convertPrioToPalPrio(int priority, eMorvex_PAL_ThreadPrio& palPriority);
     void shutdownThreads();
     CString assignTasksToThreads();
+    CString attachTask(int position, CTaskElement& task);
 
     bool isQueueIdAvailable(unsigned int queueId);
     void setQueueIdAsBusy(unsigned int queueId);
@@ -115,7 +118,9 @@ private:
     void getBusyQueueIds(TVector<unsigned int>& busyQueueIds, CString& busyQueueIdsText);
 
     sMorvex_PAL_Mutex* mTSIMutex;
-    TPtrVector<CTaskElement> mTasksPtrVector;
+    // The tasks not yet given to a thread, oldest first, which the pool owns. Never null
+    // in a pool that has its lock.
+    CWaitingTasks* mpWaitingTasks;
     TPtrVector<CThreadElement> mThreadsPtrVector;
     TVector<unsigned int> mBusyQueueIds;
     CString mPoolName;
@@ -125,6 +130,10 @@ private:
     int mThreadPrio;
     // Pool threads read it without the lock right after waking.
     std::atomic<bool> mIsShuttingDown;
+    // While a pool thread's own completion hands out tasks: a task given to that thread
+    // needs no wake-up, the thread goes on to it without sleeping.
+    CThreadElement* mpCompletingThread;
+    bool mCompletingThreadGotTask;
 };
 
 } // namespace PAL

@@ -1,7 +1,8 @@
 #include "extensions/ThreadPool.h"
 
+#include "extensions/private/WaitingTasks.h"
+
 #include <cstdarg>
-#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -145,75 +146,117 @@ private:
     CThreadElement& operator=(const CThreadElement&) = delete;
 };
 
-class CThreadPool::CTaskElement {
+class CThreadPool::CTaskElement : public CWaitingLinks {
 public:
-    CTaskElement(const CString& taskName, unsigned int queueId);
-    ~CTaskElement();
+    CTaskElement() : mTaskId(0), mTaskName(), mQueueId(0), mpPoolTask(0) {}
+    ~CTaskElement() { delete mpPoolTask; }
+
+    // Makes the element the record of a new task: its name, queue id and a fresh id.
+    void assign(const CString& taskName, unsigned int queueId)
+    {
+        mTaskName = taskName;
+        mQueueId = queueId;
+        mpPoolTask = 0;
+        mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        if (mTaskId == 0) {
+            // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
+            mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        }
+    }
+
+    // What deleting the element does to its task and name, leaving the element reusable.
+    void release()
+    {
+        delete mpPoolTask;
+        mpPoolTask = 0;
+        mTaskName = CString();
+    }
 
     unsigned int mTaskId;
     CString mTaskName;
     unsigned int mQueueId;
     IPoolTask* mpPoolTask; // owned
 
-    // Made before the first pool is used (every pool's constructor asks for it), so
-    // two pools never race to create it; see idMutex().
-    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
-    static sMorvex_PAL_Mutex* idMutex();
-
 private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-    // Increments happen under spIdMutex; the counter is atomic as well so that ids
-    // stay unique even in a process where the PAL core could not make that mutex.
+    // Shared by every pool of the process. One atomic increment issues each id, so no
+    // lock is needed for it, and ids are unique and increase in the order issued.
     static std::atomic<unsigned int> sNextAvailableTaskId;
-    static std::mutex sIdMutexCreation;
 };
 
-std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
 std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
-// Constant-initialised, so it exists before any constructor of the process runs.
-std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
 
-sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
-{
-    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
-    if (handle != 0) {
-        return handle;
-    }
-    std::lock_guard<std::mutex> guard(sIdMutexCreation);
-    handle = spIdMutex.load(std::memory_order_relaxed);
-    if (handle == 0) {
-        // A failed creation leaves it null; the next task element tries again.
-        (void)Morvex_PAL_MutexInit(&handle);
-        spIdMutex.store(handle, std::memory_order_release);
-    }
-    return handle;
-}
+class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
+public:
+    CWaitingTasks() : mpSpare(0), mSpareCount(0) {}
+    ~CWaitingTasks() { freeSpares(); }
 
-CThreadPool::CTaskElement::CTaskElement(const CString& taskName, unsigned int queueId)
-    : mTaskId(0), mTaskName(taskName), mQueueId(queueId), mpPoolTask(0)
-{
-    sMorvex_PAL_Mutex* mutex = idMutex();
-    const bool locked = mutex != 0 && Morvex_PAL_MutexWait(mutex) == MUTEX_OK;
-    mTaskId = sNextAvailableTaskId.fetch_add(1u);
-    if (mTaskId == 0) {
-        // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-        mTaskId = sNextAvailableTaskId.fetch_add(1u);
-    }
-    if (locked) {
-        (void)Morvex_PAL_MutexSignal(mutex);
-    }
-}
+    // The pool's threads as a dispatch pass sees them (lock held).
+    class CThreadsView {
+    public:
+        explicit CThreadsView(CThreadPool& pool) : mPool(pool) {}
 
-CThreadPool::CTaskElement::~CTaskElement()
-{
-    delete mpPoolTask;
-}
+        int firstIdleThread()
+        {
+            int position = -1;
+            (void)mPool.getPosOfFirstIdleThread(position);
+            return position;
+        }
+        CString uninitializedThreads(unsigned int& count) { return mPool.getNumbOfUninitializedThreads(count); }
+        CString addThread(unsigned int& position) { return mPool.addNewThreadToPool(mPool.mThreadPrio, position); }
+        CString attach(int position, CTaskElement* task) { return mPool.attachTask(position, *task); }
+        void queueBecameBusy(unsigned int queueId) { mPool.setQueueIdAsBusy(queueId); }
+
+    private:
+        CThreadPool& mPool;
+    };
+
+    // Records of completed tasks are kept for the next ones, up to a few, to spare the
+    // allocator a round trip per task.
+    CTaskElement* newElement()
+    {
+        CTaskElement* element = mpSpare;
+        if (element == 0) {
+            return new (std::nothrow) CTaskElement;
+        }
+        mpSpare = static_cast<CTaskElement*>(element->mpNewer);
+        element->mpNewer = 0;
+        --mSpareCount;
+        return element;
+    }
+    void recycle(CTaskElement* element)
+    {
+        element->release();
+        if (mSpareCount >= SPARE_LIMIT) {
+            delete element;
+            return;
+        }
+        element->mpNewer = mpSpare;
+        mpSpare = element;
+        ++mSpareCount;
+    }
+    void freeSpares()
+    {
+        while (mpSpare != 0) {
+            CTaskElement* next = static_cast<CTaskElement*>(mpSpare->mpNewer);
+            delete mpSpare;
+            mpSpare = next;
+        }
+        mSpareCount = 0;
+    }
+
+private:
+    static const unsigned int SPARE_LIMIT = 32;
+
+    CTaskElement* mpSpare; // chained through mpNewer
+    unsigned int mSpareCount;
+};
 
 CThreadPool::CThreadPool(CString poolName)
     : mTSIMutex(0),
-      mTasksPtrVector(),
+      mpWaitingTasks(new (std::nothrow) CWaitingTasks),
       mThreadsPtrVector(),
       mBusyQueueIds(),
       mPoolName(poolName),
@@ -221,10 +264,15 @@ CThreadPool::CThreadPool(CString poolName)
       mMinNumbOfThreads(0),
       mMaxNumbOfThreads(0),
       mThreadPrio(0),
-      mIsShuttingDown(false)
+      mIsShuttingDown(false),
+      mpCompletingThread(0),
+      mCompletingThreadGotTask(false)
 {
-    (void)Morvex_PAL_MutexInit(&mTSIMutex);
-    (void)CTaskElement::idMutex();
+    // Without room for its waiting tasks the pool goes without its lock as well, and
+    // refuses every locked operation as a pool whose lock could not be made.
+    if (mpWaitingTasks != 0) {
+        (void)Morvex_PAL_MutexInit(&mTSIMutex);
+    }
 }
 
 CThreadPool::~CThreadPool()
@@ -239,6 +287,7 @@ CThreadPool::~CThreadPool()
     if (mTSIMutex != 0) {
         (void)Morvex_PAL_MutexDeInit(&mTSIMutex);
     }
+    delete mpWaitingTasks;
 }
 
 CString CThreadPool::poolText(const char* formatText) const
@@ -403,7 +452,21 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
 {
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
-        result = taskCompleted(pPalThread);
+        result = taskCompleted(pPalThread, 0);
+        (void)unlock("TaskCompleted");
+    }
+    return result;
+}
+
+// TaskCompleted as a pool thread's loop calls it: also hands over the thread's next task
+// when the completion gave it one, which the thread then runs without waking up for it
+// or asking for it under the lock again (null: it waits as usual).
+CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pNextTask)
+{
+    pNextTask = 0;
+    CString result = lock("TaskCompleted");
+    if (result.isEmpty()) {
+        result = taskCompleted(pPalThread, &pNextTask);
         (void)unlock("TaskCompleted");
     }
     return result;
@@ -576,10 +639,12 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
                         mPoolName.getBuffer());
     }
 
-    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
-        delete mTasksPtrVector.get(i);
+    for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0;) {
+        CTaskElement* newer = CWaitingTasks::newer(task);
+        delete task;
+        task = newer;
     }
-    mTasksPtrVector.clear();
+    mpWaitingTasks->clear();
 
     CString result;
     if (policy == eAbortRunningTasks) {
@@ -599,6 +664,8 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
     shutdownThreads();
     mIsStarted = false;
     mBusyQueueIds.clear();
+    mpWaitingTasks->clear();
+    mpWaitingTasks->freeSpares();
     return result;
 }
 
@@ -675,89 +742,50 @@ CString CThreadPool::addTask(const CString& taskName, IPoolTask* pPoolTask, cons
     if (pPoolTask == 0) {
         return poolText("CThreadPool::addTask: Error: pPoolTask==0 [pool:%s]");
     }
-    // The list's room is taken first: once the task has an id, it must be queued.
-    const int needed = mTasksPtrVector.size() + 1;
-    mTasksPtrVector.reserve(mTasksPtrVector.calcNewCapacity(needed));
-    CTaskElement* element = 0;
-    if (mTasksPtrVector.capacity() >= needed) {
-        element = new (std::nothrow) CTaskElement(taskName, queueId);
-    }
+    // The queue's room is taken first: once the task has an id, it must be queued.
+    CTaskElement* element = mpWaitingTasks->reserveQueue(queueId) ? mpWaitingTasks->newElement() : 0;
     if (element == 0) {
         return poolText("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:%s]");
     }
+    element->assign(taskName, queueId);
     taskId = element->mTaskId;
     element->mpPoolTask = pPoolTask;
     pPoolTask->mTaskId = element->mTaskId;
-    mTasksPtrVector.push_back(element);
+    mpWaitingTasks->append(element);
     return assignTasksToThreads();
 }
 
 CString CThreadPool::assignTasksToThreads()
 {
-    CString result;
-    if (mTasksPtrVector.size() == 0) {
-        return result;
+    if (mpWaitingTasks->size() == 0) {
+        return CString();
     }
-    // A task handed to a thread leaves the list at once; `erased` keeps the indices in
-    // the texts those of the list as the pass found it.
-    int erased = 0;
-    int i = 0;
-    while (i < mTasksPtrVector.size() && result.isEmpty()) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: mTasksPtrVector[%d] == 0 "
-                              "[pool:%s]. The null pointer will be removed from the list.",
-                              i + erased, mPoolName.getBuffer());
-            mTasksPtrVector.erase(i);
-            break;
-        }
-        if (task->mQueueId != 0 && !isQueueIdAvailable(task->mQueueId)) {
-            ++i;
-            continue;
-        }
-        int position = -1;
-        (void)getPosOfFirstIdleThread(position);
-        if (position < 0) {
-            unsigned int uninitialized = 0;
-            result = getNumbOfUninitializedThreads(uninitialized);
-            if (!result.isEmpty()) {
-                break;
-            }
-            if (uninitialized == 0) {
-                ++i;
-                continue;
-            }
-            unsigned int newPosition = 0;
-            result = addNewThreadToPool(mThreadPrio, newPosition);
-            if (!result.isEmpty()) {
-                break;
-            }
-            position = static_cast<int>(newPosition);
-        }
-        if (position >= mThreadsPtrVector.size()) {
-            result = makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
-                              "mThreadsPtrVector.size() [%d] [pool:%s].",
-                              position, mThreadsPtrVector.size(), mPoolName.getBuffer());
-            break;
-        }
-        CThreadElement* thread = mThreadsPtrVector.get(position);
-        thread->mpTaskElement = task;
-        const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
-        if (signalResult != 0) {
-            // The thread will not wake for it: the task goes back to being only waiting.
-            thread->mpTaskElement = 0;
-            result = makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
-                              "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
-                              signalResult, position, task->mTaskName.getBuffer(), mPoolName.getBuffer());
-            break;
-        }
-        if (task->mQueueId != 0) {
-            setQueueIdAsBusy(task->mQueueId);
-        }
-        mTasksPtrVector.erase(i);
-        ++erased;
+    CWaitingTasks::CThreadsView threads(*this);
+    return mpWaitingTasks->dispatch(threads);
+}
+
+CString CThreadPool::attachTask(int position, CTaskElement& task)
+{
+    if (position >= mThreadsPtrVector.size()) {
+        return makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
+                        "mThreadsPtrVector.size() [%d] [pool:%s].",
+                        position, mThreadsPtrVector.size(), mPoolName.getBuffer());
     }
-    return result;
+    CThreadElement* thread = mThreadsPtrVector.get(position);
+    thread->mpTaskElement = &task;
+    if (thread == mpCompletingThread) {
+        mCompletingThreadGotTask = true;
+        return CString();
+    }
+    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
+    if (signalResult != 0) {
+        // The thread will not wake for it: the task goes back to being only waiting.
+        thread->mpTaskElement = 0;
+        return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
+                        "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
+                        signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
+    }
+    return CString();
 }
 
 int CThreadPool::poolThread(void* pPool)
@@ -769,19 +797,22 @@ int CThreadPool::poolThread(void* pPool)
     const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
     sMorvex_PAL_Sema* semaphore = 0;
     if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
+        IPoolTask* next = 0;
         for (;;) {
-            (void)Morvex_PAL_SemaWait(semaphore);
+            if (next == 0) {
+                (void)Morvex_PAL_SemaWait(semaphore);
+            }
             if (pool->mIsShuttingDown) {
                 break;
             }
-            IPoolTask* task = 0;
-            if (!pool->GetPoolTask(self, task).isEmpty()) {
+            IPoolTask* task = next;
+            if (task == 0 && !pool->GetPoolTask(self, task).isEmpty()) {
                 break;
             }
             if (task != 0) {
                 task->Run();
             }
-            if (!pool->TaskCompleted(self).isEmpty()) {
+            if (!pool->completeTask(self, next).isEmpty()) {
                 break;
             }
         }
@@ -832,7 +863,7 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
     return result;
 }
 
-CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread)
+CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask)
 {
     if (!mIsStarted) {
         return poolText("CThreadPool::taskCompleted: Error: pool is not started [pool:%s]");
@@ -849,13 +880,23 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread)
         if (element->mpTaskElement->mQueueId != 0) {
             setQueueIdAsFree(element->mpTaskElement->mQueueId);
         }
-        delete element->mpTaskElement;
+        mpWaitingTasks->recycle(element->mpTaskElement);
         element->mpTaskElement = 0;
     }
     if (mIsShuttingDown) {
         return result;
     }
+    if (ppNextTask != 0) {
+        mpCompletingThread = element;
+        mCompletingThreadGotTask = false;
+    }
     (void)assignTasksToThreads();
+    if (ppNextTask != 0) {
+        if (mCompletingThreadGotTask) {
+            *ppNextTask = element->mpTaskElement->mpPoolTask;
+        }
+        mpCompletingThread = 0;
+    }
     return result;
 }
 
@@ -878,6 +919,7 @@ void CThreadPool::setQueueIdAsBusy(unsigned int queueId)
 
 void CThreadPool::setQueueIdAsFree(unsigned int queueId)
 {
+    mpWaitingTasks->setQueueFree(queueId);
     for (int i = mBusyQueueIds.size() - 1; i >= 0; --i) {
         if (*mBusyQueueIds.get(i) == queueId) {
             mBusyQueueIds.erase(i);
@@ -1032,13 +1074,8 @@ CString CThreadPool::abortTaskByCriteria(const unsigned int& taskId, const CStri
     if (!result.isEmpty() || runningTasksOnly || (byTaskId && matched)) {
         return result;
     }
-    for (int i = mTasksPtrVector.size() - 1; i >= 0 && result.isEmpty() && !(byTaskId && matched); --i) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            result = makeText("CThreadPool::abortTaskByCriteria: Unexpected: mTasksPtrVector[%d] == 0. [pool:%s]",
-                              i, mPoolName.getBuffer());
-            break;
-        }
+    for (CTaskElement* task = mpWaitingTasks->newest(); task != 0 && !(byTaskId && matched);
+         task = CWaitingTasks::older(task)) {
         const bool matches = byTaskId ? task->mTaskId == taskId
                                       : (byName ? task->mTaskName == taskName : task->mQueueId == queueId);
         if (!matches) {
@@ -1071,11 +1108,7 @@ CString CThreadPool::abortAllTasks(TVector<AbortedTaskInfo>& abortedTasks)
         task.mpPoolTask->Abort();
         abortedTasks.push_back(abortedInfo(task.mTaskName, task.mTaskId, task.mQueueId, true));
     }
-    for (int i = 0; i < mTasksPtrVector.size(); ++i) {
-        CTaskElement* task = mTasksPtrVector.get(i);
-        if (task == 0) {
-            continue;
-        }
+    for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0; task = CWaitingTasks::newer(task)) {
         if (task->mpPoolTask != 0) {
             task->mpPoolTask->mIsAborted = true;
         }
@@ -1149,7 +1182,7 @@ CString CThreadPool::getRunningTaskInfoByQueueId(const unsigned int& queueId, TV
 
 bool CThreadPool::isIdle()
 {
-    if (mTasksPtrVector.size() != 0) {
+    if (mpWaitingTasks != 0 && mpWaitingTasks->size() != 0) {
         return false;
     }
     for (int pos = 0; pos < mThreadsPtrVector.size(); ++pos) {
@@ -1224,7 +1257,7 @@ CString CThreadPool::getStatus(Status& status)
     status.mIsShuttingDown = mIsShuttingDown;
     status.mMinNumbOfThreads = mMinNumbOfThreads;
     status.mMaxNumbOfThreads = mMaxNumbOfThreads;
-    status.mTasksListSize = mTasksPtrVector.size();
+    status.mTasksListSize = mpWaitingTasks != 0 ? mpWaitingTasks->size() : 0;
     status.mNumbOfInitializedThreads = mThreadsPtrVector.size();
     (void)getNumbOfIdleThreads(status.mNumbOfIdleThreads);
     (void)getNumbOfBusyThreads(status.mNumbOfBusyThreads);

@@ -800,8 +800,8 @@ TEST_F(ThreadPoolTest, PoolWithoutAMutexRefusesEveryLockedOperation)
 {
     pool.reset();
     {
-        // The first string copy of a process makes the counter mutex, and the first pool
-        // the task-id mutex: neither may take the fault meant for this pool's mutex.
+        // The first string copy of a process makes the counter mutex, which must not take
+        // the fault meant for this pool's mutex.
         const PAL::CString warm("warm");
         delete PAL::CThreadPoolFactory::Create(PAL::CString(warm));
     }
@@ -868,27 +868,43 @@ TEST_F(ThreadPoolTest, OutOfMemoryInStartOrAddTaskLosesNothing)
     });
     EXPECT_TRUE(threadElementRefused);
 
-    ASSERT_EQ("", text(pool->Start(1, 2, 0)));
+    // A fresh pool per run: a pool keeps the room it made for a queue id's tasks, and a
+    // few records of completed tasks, until it stops.
     std::unique_ptr<TaskProbe[]> offered(new TaskProbe[100]);
     const PAL::CString name("t");
     bool taskElementRefused = false;
     osal_kit_test::forEveryFailingAllocation([&](unsigned int skip) {
+        std::unique_ptr<IThreadPool> fresh(PAL::CThreadPoolFactory::Create(name));
+        ASSERT_EQ("", text(fresh->Start(1, 2, 0)));
         TaskProbe& probe = offered[skip];
         ProbeTask* task = new ProbeTask(probe);
         unsigned int taskId = 0;
         osal_kit_test::failAllocationAfter(skip);
-        const PAL::CString result = pool->AddTask(name, task, 1, taskId);
+        const PAL::CString result = fresh->AddTask(name, task, 1, taskId);
         Morvex_Fault_DisarmAll();
         if (taskId == 0) {
-            EXPECT_EQ("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:P]", text(result));
+            EXPECT_EQ("CThreadPool::addTask: Cannot allocate new CTaskElement [pool:t]", text(result));
             taskElementRefused = true;
             delete task;
         }
         EXPECT_TRUE(probe.deletions.waitFor(1));
         EXPECT_EQ(taskId != 0 ? 1 : 0, probe.runs.value());
-        EXPECT_TRUE(pool->IsIdle()); // the completion, record freed, is over
+        EXPECT_TRUE(fresh->IsIdle()); // the completion, record freed, is over
     });
     EXPECT_TRUE(taskElementRefused);
+}
+
+TEST(ThreadPoolFactory, PoolWithoutRoomForItsWaitingListHasNoLock)
+{
+    FaultGuard faults;
+    const PAL::CString name("t");
+    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 1, 1, 1); // the pool is made, its list is not
+    std::unique_ptr<IThreadPool> lockless(PAL::CThreadPoolFactory::Create(name));
+    Morvex_Fault_DisarmAll();
+    ASSERT_NE(nullptr, lockless);
+    EXPECT_EQ("CThreadPool::Start: mTSIMutex == Morvex_NULL [pool:t]", text(lockless->Start(1, 1, 0)));
+    EXPECT_TRUE(lockless->IsIdle());
+    EXPECT_EQ(0u, status(*lockless).find("Status of thread-pool ['t', minThr:0, maxThr:0, started:false"));
 }
 
 TEST_F(ThreadPoolTest, TaskQueuedWhenGrowthFailsRunsOnTheNextFreeThread)
@@ -983,7 +999,7 @@ TEST_F(ThreadPoolTest, TasksAddedJustBeforeStopAreEachDeletedOnce)
 }
 
 // Alone in its own process (as CTest runs it), the pools below are the first of the
-// process and race to make the task-id mutex.
+// process and race for the first task ids.
 TEST(ThreadPoolTaskIds, PoolsRacingForTheirFirstTasksGetConsecutiveDistinctIds)
 {
     FaultGuard faults;
@@ -1022,9 +1038,8 @@ TEST(ThreadPoolTaskIds, PoolsRacingForTheirFirstTasksGetConsecutiveDistinctIds)
     }
     ASSERT_EQ(static_cast<std::size_t>(pools * tasksPerPool), issued.size());
     EXPECT_EQ(*issued.begin() + pools * tasksPerPool - 1, *issued.rbegin());
-    // One mutex per pool, and one task-id mutex for the whole process.
-    EXPECT_EQ(static_cast<unsigned long long>(pools + (firstPools ? 1 : 0)),
-              Morvex_Fault_Calls(MORVEX_FAULT_MutexInit) - mutexesBefore);
+    // One mutex per pool; issuing ids takes none.
+    EXPECT_EQ(static_cast<unsigned long long>(pools), Morvex_Fault_Calls(MORVEX_FAULT_MutexInit) - mutexesBefore);
     if (firstPools) {
         EXPECT_EQ(1u, *issued.begin());
     }
