@@ -9,6 +9,9 @@ namespace PAL {
 namespace {
 
 const char* const sThreadNameFormat = "CThreadPool thread [pos:%d]";
+// How often a refused release of the pool's lock, or a refused wake-up or join of a
+// stopping thread, is asked again.
+const unsigned int sReleaseAttempts = 3;
 
 CString makeText(const char* format, ...)
 {
@@ -266,7 +269,12 @@ CString CThreadPool::unlock(const char* callerName)
         return makeText("CThreadPool::%s: mTSIMutex == Morvex_NULL [pool:%s]", callerName,
                         mPoolName.getBuffer());
     }
-    const int result = Morvex_PAL_MutexSignal(mTSIMutex);
+    // A lock left held would stall the pool's threads, and every caller after them,
+    // for good: a release the PAL core refuses is asked again before it is given up.
+    int result = Morvex_PAL_MutexSignal(mTSIMutex);
+    for (unsigned int attempt = 1; result != 0 && attempt < sReleaseAttempts; ++attempt) {
+        result = Morvex_PAL_MutexSignal(mTSIMutex);
+    }
     if (result != 0) {
         return makeText("CThreadPool::%s: Morvex_PAL_MutexSignal failed: %d [pool:%s]", callerName, result,
                         mPoolName.getBuffer());
@@ -607,8 +615,12 @@ void CThreadPool::shutdownThreads()
     mIsShuttingDown = true;
     for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
         CThreadElement* element = mThreadsPtrVector.get(i);
+        // A thread that is not woken is never joined: a refused signal is sent again.
         if (element != 0 && element->mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaSignal(element->mpRunTaskSemaphore);
+            for (unsigned int attempt = 0;
+                 attempt < sReleaseAttempts && Morvex_PAL_SemaSignal(element->mpRunTaskSemaphore) != SEMA_OK;
+                 ++attempt) {
+            }
         }
     }
 
@@ -617,9 +629,13 @@ void CThreadPool::shutdownThreads()
     const bool unlocked = unlock("shutdownThreads").isEmpty();
     for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
         CThreadElement* element = mThreadsPtrVector.get(i);
+        // A thread that was not joined may still use its element and the pool: a
+        // refused join is asked again.
         if (element != 0 && element->mpPalThread != 0) {
-            int exitValue = 0;
-            element->mWasJoined = Morvex_PAL_ThreadWait(element->mpPalThread, &exitValue) == THREAD_OK;
+            for (unsigned int attempt = 0; attempt < sReleaseAttempts && !element->mWasJoined; ++attempt) {
+                int exitValue = 0;
+                element->mWasJoined = Morvex_PAL_ThreadWait(element->mpPalThread, &exitValue) == THREAD_OK;
+            }
         }
     }
     if (unlocked) {
