@@ -126,6 +126,7 @@ private:
     bool startWorkerThread();
     bool stopWorkerThread();
     void reapEndedWorker();
+    bool joinWorker();
     void takeLeftovers();
     bool processNextJob(const bool& discard);
     int getFillLevel();

@@ -27,6 +27,10 @@ const int sStopMessagePriority = 0;
 const unsigned int sStatusReadAttempts = 3;
 // How often a signal job tries to signal its semaphore.
 const unsigned int sSignalAttempts = 3;
+// How often the worker tries to receive before it ends.
+const unsigned int sReceiveAttempts = 3;
+// How often a stopping thread tries to join the worker.
+const unsigned int sJoinAttempts = 3;
 
 // The job pointer as the "%X" of the insertion record takes it: the whole pointer on
 // the 32-bit target, its low half on a 64-bit host.
@@ -265,7 +269,7 @@ bool CJobQueue::stopWorkerThread()
     bool result = false;
     // A full queue keeps the worker busy until it drains, so it sees the request anyway.
     if (sent == MSGQUEUE_OK || sent == MSGQUEUE_ERROR_FULL) {
-        if (join()) {
+        if (joinWorker()) {
             takeLeftovers();
         }
         mWorkerStarted = false;
@@ -282,9 +286,21 @@ bool CJobQueue::stopWorkerThread()
 void CJobQueue::reapEndedWorker()
 {
     if (mWorkerStarted && mWorkerEnded) {
-        (void)join();
+        (void)joinWorker();
         mWorkerStarted = false;
     }
+}
+
+// A worker that was not joined may still read the queue's members, and the jobs it
+// leaves are only taken once it has ended: a refused join is asked again.
+bool CJobQueue::joinWorker()
+{
+    for (unsigned int attempt = 0; attempt < sJoinAttempts; ++attempt) {
+        if (join()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Called with the worker joined and the mutex held, so nothing else takes or queues
@@ -377,7 +393,7 @@ void CJobQueue::destroy()
     } else if (mWorkerStarted) {
         // The stop message could not be queued without waiting: wait for room instead.
         mStopRequested = true;
-        if (MsgQueue_SendMsg(mMsgQueue, 0, sStopMessagePriority) == MSGQUEUE_OK && join()) {
+        if (MsgQueue_SendMsg(mMsgQueue, 0, sStopMessagePriority) == MSGQUEUE_OK && joinWorker()) {
             mWorkerStarted = false;
             takeLeftovers();
         }
@@ -393,7 +409,7 @@ void CJobQueue::destroy()
         // Without its queue, the worker's next receive fails and it ends; it must not
         // outlive the members it reads.
         if (mWorkerStarted) {
-            (void)join();
+            (void)joinWorker();
             mWorkerStarted = false;
         }
         mMsgQueue = 0;
@@ -402,7 +418,17 @@ void CJobQueue::destroy()
 
 int CJobQueue::run()
 {
-    while (processNextJob(false)) {
+    unsigned int failedReceives = 0;
+    for (;;) {
+        if (!processNextJob(false)) {
+            // A flush waiting for its signal job would wait for good on a worker that
+            // ended: a receive that failed is tried again before the worker gives up.
+            if (++failedReceives < sReceiveAttempts) {
+                continue;
+            }
+            break;
+        }
+        failedReceives = 0;
         // An unreadable fill level ends the loop too: the stopping thread takes
         // whatever is left once the worker has been joined.
         if (mStopRequested && getFillLevel() <= 0) {
