@@ -198,14 +198,21 @@ CThreadPool::CTaskElement::CTaskElement(const CString& taskName, unsigned int qu
     : mTaskId(0), mTaskName(taskName), mQueueId(queueId), mpPoolTask(0)
 {
     sMorvex_PAL_Mutex* mutex = idMutex();
-    const bool locked = mutex != 0 && Morvex_PAL_MutexWait(mutex) == MUTEX_OK;
+    // Refused as recursive, the mutex is still held from a release that failed before:
+    // it is this thread's to release now.
+    const eMorvex_PAL_MutexError taken = mutex != 0 ? Morvex_PAL_MutexWait(mutex) : MUTEX_ERROR_INV_HANDLE;
+    const bool locked = taken == MUTEX_OK || taken == MUTEX_ERROR_RECURSIVE;
     mTaskId = sNextAvailableTaskId.fetch_add(1u);
     if (mTaskId == 0) {
         // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
         mTaskId = sNextAvailableTaskId.fetch_add(1u);
     }
-    if (locked) {
-        (void)Morvex_PAL_MutexSignal(mutex);
+    // Left held, the process-wide mutex would stop every pool's AddTask on every other
+    // thread: a refused release is asked again.
+    for (unsigned int attempt = 0; locked && attempt < sReleaseAttempts; ++attempt) {
+        if (Morvex_PAL_MutexSignal(mutex) == MUTEX_OK) {
+            break;
+        }
     }
 }
 
