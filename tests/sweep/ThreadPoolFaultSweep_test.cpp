@@ -15,6 +15,8 @@
 
 #include <array>
 #include <atomic>
+#include <string>
+#include <thread>
 
 namespace {
 
@@ -129,6 +131,21 @@ void poolLife(FaultRun& run, std::array<ExpectedOutcome, N>& outcomes, bool wait
             delete tasks[i];
     }
     ledger.expectEachDeletedOnce(TASKS);
+    if (waitForRunningTasks) {
+        // Nothing the failure touched stays held by this thread: another thread can
+        // still add a task to a pool of its own (the watchdog ends a run that hangs).
+        gate.open.increment();
+        std::thread other([&] {
+            IThreadPool* pool = PAL::CThreadPoolFactory::Create(CString("other"));
+            GatedTask* task = new GatedTask(ledger, TASKS, gate);
+            unsigned int id = 0;
+            EXPECT_EQ("", std::string(pool->Start(1, 1, 0).getBuffer()));
+            EXPECT_EQ("", std::string(pool->AddTask(CString("other"), task, 0, id).getBuffer()));
+            delete pool;
+        });
+        other.join();
+        EXPECT_EQ(1, ledger.deletions(TASKS));
+    }
     for (unsigned int i = 0; i < reports.count && i < reports.texts.size(); ++i)
         osal_kit_test::noteOutcome(outcomes, run, reports.texts[i].getBuffer());
 }
