@@ -7,6 +7,11 @@
 
 static const char* const sTraceId = "4A40150DEC37541AD664EA939C9AD0BA";
 
+namespace {
+// How often a refused release is tried in all.
+const unsigned int sReleaseAttempts = 3;
+} // namespace
+
 namespace PAL {
 
 CMutex::CMutex(const CString& name, const bool& lockOnDestruction)
@@ -66,6 +71,11 @@ bool CMutex::Unlock()
         return true;
     }
     OSAL_KIT_TRACE(Trace::LEVEL_ERROR, "%s%s", MutexResultStrMap::Map(result), mName.getBuffer());
+    // A mutex left held would stop every other thread at its next Lock for good: the
+    // release is asked again, quietly, since the refusal has been reported.
+    for (unsigned int attempt = 1;
+         attempt < sReleaseAttempts && Morvex_PAL_MutexSignal(mHandle) != MUTEX_OK; ++attempt) {
+    }
     return false;
 }
 
