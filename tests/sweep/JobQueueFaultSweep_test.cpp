@@ -1,12 +1,13 @@
 // The job queue through a failure of each platform function it calls, at every call of
 // a whole queue life: create deferred, insert, read the fill level, flush and discard
-// before the worker runs, start, refuse jobs, flush and discard a running queue, and
-// destroy it with a job waiting.
+// before the worker runs, start, refuse jobs, flush and discard a running queue, insert
+// from another thread, and destroy it with that job waiting.
 
 #include "extensions/JobQueue.h"
 
 #include "support/PlatformFaultSweep.h"
 #include "support/SweepLedger.h"
+#include "support/WaitableCounter.h"
 
 #include "morvex_pal.h"
 #include "msgqueue.h"
@@ -16,6 +17,7 @@
 #include <array>
 #include <new>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -24,6 +26,7 @@ using osal_kit_test::FaultRun;
 using osal_kit_test::PalFault;
 using osal_kit_test::SweepLedger;
 using osal_kit_test::TraceTally;
+using osal_kit_test::WaitableCounter;
 using PAL::CJobQueue;
 using PAL::CString;
 
@@ -51,6 +54,18 @@ void queueLife(FaultRun& run, std::array<ExpectedRecord, N>& records)
     for (int i = 0; i < JOBS; ++i)
         jobs[i] = new SweepJob(ledger, i, CString(("job" + std::to_string(i)).c_str()));
     TraceTally tally;
+    // Another thread inserts one job late in the life of the queue: whatever failed
+    // before must not have left the queue's lock held by this thread.
+    WaitableCounter go, done;
+    CJobQueue* shared = nullptr;
+    std::thread other([&] {
+        go.waitFor(1);
+        if (shared != nullptr) {
+            offered[7] = true;
+            (void)run.step("InsertElsewhere", [&] { return shared->Insert(jobs[7], 0); });
+        }
+        done.increment();
+    });
     {
         run.arm();
         CJobQueue* queue = run.step("Create", [] {
@@ -76,11 +91,15 @@ void queueLife(FaultRun& run, std::array<ExpectedRecord, N>& records)
             insert(5, 3);
             insert(6, 3);
             (void)run.step("Discard", [&] { return queue->Flush(true); });
-            insert(7, 0);
+            shared = queue;
+            go.increment();
+            done.waitFor(1);
             run.step("Destroy", [&] { delete queue; });
         }
         run.disarm();
     }
+    go.increment();
+    other.join();
     for (int i = 0; i < JOBS; ++i) {
         if (!offered[i])
             delete jobs[i];
