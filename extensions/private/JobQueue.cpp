@@ -1,5 +1,7 @@
 #include "extensions/JobQueue.h"
 
+#include "os/private/pal_release.h"
+
 #include "extensions/private/JobId.h"
 #include "os/private/pal_enum.h"
 #include "os/private/pal_trace.h"
@@ -27,7 +29,7 @@ const int sStopMessagePriority = 0;
 const unsigned int sStatusReadAttempts = 3;
 // How often a signal job tries to signal its semaphore.
 const unsigned int sSignalAttempts = 3;
-// How often the worker tries to receive before it ends.
+// How often the worker tries to receive while a flush waits for it.
 const unsigned int sReceiveAttempts = 3;
 // How often a stopping thread tries to join the worker.
 const unsigned int sJoinAttempts = 3;
@@ -91,7 +93,7 @@ CJobQueue::CJobQueue(const unsigned int& size, const CString& name, const CThrea
                      const bool& deferProcessing)
     : CThread(workerThreadName(name), priority), mName(name), mMutex(CString("CJobQueue::mMutex"), true),
       mMsgQueue(0), mLastJobId(0), mDiscardJobs(false), mStopRequested(false), mAcceptJobs(true),
-      mWorkerStarted(false), mWorkerEnded(false)
+      mWorkerStarted(false), mWorkerEnded(false), mFlushWaiting(false)
 {
     OSAL_KIT_TRACE(Trace::LEVEL_INFO, "%d%s%d", toInt(size), mName.getBuffer(), EnumValue::raw(priority));
     if (MsgQueue_Init(&mMsgQueue, size) != MSGQUEUE_OK) {
@@ -161,6 +163,9 @@ bool CJobQueue::Flush(const bool& discard)
     // Declared before the lock, so it is destroyed after the lock is released.
     CSemaphore semaphore(0);
     CMutex::CLock lock(mMutex);
+    // Set before the worker is looked at, so that a worker whose receive fails from now
+    // on does not end under this flush.
+    mFlushWaiting = true;
     // Read under the lock: another flush may be starting and stopping the worker.
     reapEndedWorker();
     const bool wasRunning = mWorkerStarted;
@@ -202,6 +207,7 @@ bool CJobQueue::Flush(const bool& discard)
         }
     }
 
+    mFlushWaiting = false;
     if (!wasRunning && !discard && !stopWorkerThread()) {
         OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
         result = false;
@@ -404,7 +410,10 @@ void CJobQueue::destroy()
         tMsgQueueHandle queue = mMsgQueue;
         if (MsgQueue_DeInit(&queue) != MSGQUEUE_OK) {
             OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
-            return;
+            PalRelease::retry(&MsgQueue_DeInit, queue);
+            if (queue != 0) {
+                return;
+            }
         }
         // Without its queue, the worker's next receive fails and it ends; it must not
         // outlive the members it reads.
@@ -421,9 +430,9 @@ int CJobQueue::run()
     unsigned int failedReceives = 0;
     for (;;) {
         if (!processNextJob(false)) {
-            // A flush waiting for its signal job would wait for good on a worker that
-            // ended: a receive that failed is tried again before the worker gives up.
-            if (++failedReceives < sReceiveAttempts) {
+            // A failed receive ends the worker, but not while a flush waits for its
+            // signal job: that flush would wait for good. The receive is tried again.
+            if (mFlushWaiting && ++failedReceives < sReceiveAttempts) {
                 continue;
             }
             break;

@@ -1,5 +1,7 @@
 #include "extensions/ThreadPool.h"
 
+#include "os/private/pal_release.h"
+
 #include <cstdarg>
 #include <mutex>
 #include <new>
@@ -128,10 +130,10 @@ public:
     ~CThreadElement()
     {
         if (mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaDeInit(&mpRunTaskSemaphore);
+            (void)PalRelease::destroy(&Morvex_PAL_SemaDeInit, mpRunTaskSemaphore);
         }
         if (mpPalThread != 0) {
-            (void)Morvex_PAL_ThreadDeInit(&mpPalThread);
+            (void)PalRelease::destroy(&Morvex_PAL_ThreadDeInit, mpPalThread);
         }
     }
 
@@ -247,7 +249,7 @@ CThreadPool::~CThreadPool()
         (void)unlock("~CThreadPool");
     }
     if (mTSIMutex != 0) {
-        (void)Morvex_PAL_MutexDeInit(&mTSIMutex);
+        (void)PalRelease::destroy(&Morvex_PAL_MutexDeInit, mTSIMutex);
     }
 }
 
@@ -552,11 +554,11 @@ CString CThreadPool::initAndCreateThread(CThreadElement& element, int priority)
     }
     if (!result.isEmpty()) {
         if (element.mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaDeInit(&element.mpRunTaskSemaphore);
+            (void)PalRelease::destroy(&Morvex_PAL_SemaDeInit, element.mpRunTaskSemaphore);
             element.mpRunTaskSemaphore = 0;
         }
         if (element.mpPalThread != 0) {
-            (void)Morvex_PAL_ThreadDeInit(&element.mpPalThread);
+            (void)PalRelease::destroy(&Morvex_PAL_ThreadDeInit, element.mpPalThread);
             element.mpPalThread = 0;
         }
     }
