@@ -18,7 +18,6 @@
 #include <array>
 #include <cstring>
 #include <mutex>
-#include <set>
 #include <string>
 
 namespace osal_kit_test {
@@ -236,8 +235,9 @@ void expectRowsSeen(const std::array<Row, N>& rows, eMorvex_FaultFunction functi
 struct SweepOptions {
     // Calls of other threads count (and fail) too.
     bool anyThread = true;
-    // Every `stride`-th call fails (1: every call); for slow emulated runs.
-    unsigned int stride = 1;
+    // Every `stride`-th call fails: 1, every call; 0, every call except on a slow
+    // emulated target, where a long sweep is sampled.
+    unsigned int stride = 0;
 };
 
 // Calls made while armed on a slow emulated target are sampled: every call site of a
@@ -252,11 +252,15 @@ inline unsigned int defaultStride(unsigned long long calls)
 #endif
 }
 
+struct SweepResult {
+    unsigned int failedRuns;  // runs that met the failure
+    bool everyCall;           // every call failed in some run (no sampling)
+};
+
 // Runs `scenario(FaultRun&)` once clean to count the calls of `fault.function` between
-// its arm() and disarm(), then once per call with that call failing. Returns how many
-// runs met the failure.
+// its arm() and disarm(), then once per call with that call failing.
 template <typename Scenario>
-unsigned int sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scenario scenario,
+SweepResult sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scenario scenario,
                                 SweepOptions options = SweepOptions())
 {
     FaultGuard faults;
@@ -267,7 +271,7 @@ unsigned int sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scena
         scenario(clean);
         calls = clean.callsWhileArmed();
     }
-    const unsigned int stride = options.stride > 1 ? options.stride : defaultStride(calls);
+    const unsigned int stride = options.stride != 0 ? options.stride : defaultStride(calls);
     unsigned int failedRuns = 0;
     const ::testing::TestResult* result = ::testing::UnitTest::GetInstance()->current_test_info()->result();
     const int partsBefore = result->total_part_count();
@@ -286,7 +290,7 @@ unsigned int sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scena
     }
     ::testing::Test::RecordProperty(std::string(fault.name) + (options.anyThread ? ".anyThread" : ".callingThread"),
                                     std::to_string(failedRuns) + " failed of " + std::to_string(calls) + " calls");
-    return failedRuns;
+    return SweepResult{failedRuns, stride == 1};
 }
 
 } // namespace osal_kit_test
