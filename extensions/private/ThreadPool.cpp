@@ -130,10 +130,14 @@ public:
     ~CThreadElement()
     {
         if (mpRunTaskSemaphore != 0) {
-            (void)PalRelease::destroy(&Morvex_PAL_SemaDeInit, mpRunTaskSemaphore);
+            if (Morvex_PAL_SemaDeInit(&mpRunTaskSemaphore) != SEMA_OK) {
+                PalRelease::retry(&Morvex_PAL_SemaDeInit, mpRunTaskSemaphore);
+            }
         }
         if (mpPalThread != 0) {
-            (void)PalRelease::destroy(&Morvex_PAL_ThreadDeInit, mpPalThread);
+            if (Morvex_PAL_ThreadDeInit(&mpPalThread) != THREAD_OK) {
+                PalRelease::retry(&Morvex_PAL_ThreadDeInit, mpPalThread);
+            }
         }
     }
 
@@ -249,7 +253,9 @@ CThreadPool::~CThreadPool()
         (void)unlock("~CThreadPool");
     }
     if (mTSIMutex != 0) {
-        (void)PalRelease::destroy(&Morvex_PAL_MutexDeInit, mTSIMutex);
+        if (Morvex_PAL_MutexDeInit(&mTSIMutex) != MUTEX_OK) {
+            PalRelease::retry(&Morvex_PAL_MutexDeInit, mTSIMutex);
+        }
     }
 }
 
@@ -554,11 +560,15 @@ CString CThreadPool::initAndCreateThread(CThreadElement& element, int priority)
     }
     if (!result.isEmpty()) {
         if (element.mpRunTaskSemaphore != 0) {
-            (void)PalRelease::destroy(&Morvex_PAL_SemaDeInit, element.mpRunTaskSemaphore);
+            if (Morvex_PAL_SemaDeInit(&element.mpRunTaskSemaphore) != SEMA_OK) {
+                PalRelease::retry(&Morvex_PAL_SemaDeInit, element.mpRunTaskSemaphore);
+            }
             element.mpRunTaskSemaphore = 0;
         }
         if (element.mpPalThread != 0) {
-            (void)PalRelease::destroy(&Morvex_PAL_ThreadDeInit, element.mpPalThread);
+            if (Morvex_PAL_ThreadDeInit(&element.mpPalThread) != THREAD_OK) {
+                PalRelease::retry(&Morvex_PAL_ThreadDeInit, element.mpPalThread);
+            }
             element.mpPalThread = 0;
         }
     }

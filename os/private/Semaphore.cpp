@@ -13,7 +13,9 @@ CSemaphore::CSemaphore(const unsigned int& initialCount) : mHandle(0)
 CSemaphore::~CSemaphore()
 {
     if (mHandle != 0) {
-        (void)PalRelease::destroy(&Morvex_PAL_SemaDeInit, mHandle);
+        if (Morvex_PAL_SemaDeInit(&mHandle) != SEMA_OK) {
+            PalRelease::retry(&Morvex_PAL_SemaDeInit, mHandle);
+        }
     }
 }
 

@@ -30,7 +30,9 @@ CThread::CThread(const CString& name, const ePriority& priority) : mHandle(0)
 CThread::~CThread()
 {
     if (mHandle != 0) {
-        (void)PalRelease::destroy(&Morvex_PAL_ThreadDeInit, mHandle);
+        if (Morvex_PAL_ThreadDeInit(&mHandle) != THREAD_OK) {
+            PalRelease::retry(&Morvex_PAL_ThreadDeInit, mHandle);
+        }
     }
 }
 

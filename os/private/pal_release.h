@@ -4,6 +4,9 @@
 // Destroying a PAL core object. A destruction the PAL core refuses leaves the object
 // alive, and nothing would ever destroy it later: the library asks again a few times
 // before it gives the object up. Each destroy function clears the handle on success.
+//
+//     if (Morvex_PAL_SemaDeInit(&handle) != SEMA_OK)
+//         PalRelease::retry(&Morvex_PAL_SemaDeInit, handle);
 
 namespace PAL {
 namespace PalRelease {
@@ -21,18 +24,6 @@ void retry(Result (*release)(Handle*), Handle& handle)
             return;
         }
     }
-}
-
-// Destroys the object behind `handle`, retrying a refusal; returns the first call's
-// result, so that the refusal can still be reported.
-template <typename Result, typename Handle>
-Result destroy(Result (*release)(Handle*), Handle& handle)
-{
-    const Result first = release(&handle);
-    if (first != 0) {
-        retry(release, handle);
-    }
-    return first;
 }
 
 } // namespace PalRelease
