@@ -232,65 +232,40 @@ void expectRowsSeen(const std::array<Row, N>& rows, eMorvex_FaultFunction functi
     }
 }
 
-struct SweepOptions {
-    // Calls of other threads count (and fail) too.
-    bool anyThread = true;
-    // Every `stride`-th call fails: 1, every call; 0, every call except on a slow
-    // emulated target, where a long sweep is sampled.
-    unsigned int stride = 0;
-};
-
-// Calls made while armed on a slow emulated target are sampled: every call site of a
-// short scenario still fails, but fewer of a long one's repetitions.
-inline unsigned int defaultStride(unsigned long long calls)
-{
-#if defined(__arm__)
-    return calls > 60 ? static_cast<unsigned int>(calls / 60) : 1u;
-#else
-    (void)calls;
-    return 1;
-#endif
-}
-
-struct SweepResult {
-    unsigned int failedRuns;  // runs that met the failure
-    bool everyCall;           // every call failed in some run (no sampling)
-};
-
 // Runs `scenario(FaultRun&)` once clean to count the calls of `fault.function` between
-// its arm() and disarm(), then once per call with that call failing.
+// its arm() and disarm(), then once per call with that call failing: on the calling
+// thread only, or (`anyThread`) on whichever thread makes it. Returns the number of
+// runs that met the failure.
 template <typename Scenario>
-SweepResult sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scenario scenario,
-                                SweepOptions options = SweepOptions())
+unsigned int sweepPlatformFault(const PalFault& fault, Watchdog& watchdog, Scenario scenario, bool anyThread)
 {
     FaultGuard faults;
     unsigned long long calls = 0;
     {
         WatchdogGuard guard(watchdog, std::string("clean run counting ") + fault.name);
-        FaultRun clean(fault, -1, options.anyThread);
+        FaultRun clean(fault, -1, anyThread);
         scenario(clean);
         calls = clean.callsWhileArmed();
     }
-    const unsigned int stride = options.stride != 0 ? options.stride : defaultStride(calls);
     unsigned int failedRuns = 0;
     const ::testing::TestResult* result = ::testing::UnitTest::GetInstance()->current_test_info()->result();
     const int partsBefore = result->total_part_count();
-    for (unsigned long long n = 0; n < calls && result->total_part_count() == partsBefore; n += stride) {
+    for (unsigned long long n = 0; n < calls && result->total_part_count() == partsBefore; ++n) {
         const std::string what = std::string(fault.name) + " failing at call " + std::to_string(n);
         SCOPED_TRACE(what);
         WatchdogGuard guard(watchdog, what);
         LiveCounts live;
         {
-            FaultRun run(fault, static_cast<long long>(n), options.anyThread);
+            FaultRun run(fault, static_cast<long long>(n), anyThread);
             scenario(run);
             Morvex_Fault_DisarmAll();
             failedRuns += run.injected() ? 1u : 0u;
         }
         live.expectUnchanged();
     }
-    ::testing::Test::RecordProperty(std::string(fault.name) + (options.anyThread ? ".anyThread" : ".callingThread"),
+    ::testing::Test::RecordProperty(std::string(fault.name) + (anyThread ? ".anyThread" : ".callingThread"),
                                     std::to_string(failedRuns) + " failed of " + std::to_string(calls) + " calls");
-    return SweepResult{failedRuns, stride == 1};
+    return failedRuns;
 }
 
 } // namespace osal_kit_test

@@ -184,7 +184,7 @@ TEST(JobQueueFaultSweep, EveryFailureOnTheCallingThreadIsTracedAndCleanedUp)
     for (const PalFault& fault : FAULTS) {
         SCOPED_TRACE(fault.name);
         (void)osal_kit_test::sweepPlatformFault(
-            fault, watchdog, [&](FaultRun& run) { queueLife(run, records); }, {false, 1});
+            fault, watchdog, [&](FaultRun& run) { queueLife(run, records); }, false);
         osal_kit_test::expectRowsSeen(records, fault.function);
     }
 }
@@ -198,7 +198,7 @@ TEST(JobQueueFaultSweep, EveryFailureOnAnyThreadLeavesNothingBehind)
     for (const PalFault& fault : FAULTS) {
         SCOPED_TRACE(fault.name);
         const unsigned int failed = osal_kit_test::sweepPlatformFault(
-            fault, watchdog, [&](FaultRun& run) { queueLife(run, records); }, {true, 0}).failedRuns;
+            fault, watchdog, [&](FaultRun& run) { queueLife(run, records); }, true);
         EXPECT_GT(failed, 0u) << "the scenario never called " << fault.name;
     }
 }
