@@ -11,8 +11,8 @@ namespace PAL {
 namespace {
 
 const char* const sThreadNameFormat = "CThreadPool thread [pos:%d]";
-// How often a refused release of the pool's lock, or a refused wake-up or join of a
-// stopping thread, is asked again.
+// How often a refused take or release of the pool's lock, or a refused wake-up or
+// join of a stopping thread, is tried in all.
 const unsigned int sReleaseAttempts = 3;
 
 CString makeText(const char* format, ...)
@@ -245,7 +245,7 @@ CThreadPool::CThreadPool(CString poolName)
 
 CThreadPool::~CThreadPool()
 {
-    const bool locked = lock("~CThreadPool").isEmpty();
+    const bool locked = lockAsking("~CThreadPool");
     if (mIsStarted) {
         (void)stop(eAbortRunningTasks);
     }
@@ -276,6 +276,19 @@ CString CThreadPool::lock(const char* callerName)
                         mPoolName.getBuffer());
     }
     return CString();
+}
+
+// For the operations that go on even without the lock: without it, they would read
+// (and the destructor free) what the pool's threads are changing, so a refused lock
+// is asked again before they go on without it.
+bool CThreadPool::lockAsking(const char* callerName)
+{
+    for (unsigned int attempt = 0; attempt < sReleaseAttempts; ++attempt) {
+        if (lock(callerName).isEmpty()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 CString CThreadPool::unlock(const char* callerName)
@@ -438,7 +451,7 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
 
 bool CThreadPool::IsIdle()
 {
-    const bool locked = lock("IsIdle").isEmpty();
+    const bool locked = lockAsking("IsIdle");
     const bool result = isIdle();
     if (locked) {
         (void)unlock("IsIdle");
@@ -448,7 +461,7 @@ bool CThreadPool::IsIdle()
 
 CString CThreadPool::GetStatus(Status& status)
 {
-    const bool locked = lock("GetStatus").isEmpty();
+    const bool locked = lockAsking("GetStatus");
     CString result = getStatus(status);
     if (locked) {
         (void)unlock("GetStatus");
@@ -458,7 +471,7 @@ CString CThreadPool::GetStatus(Status& status)
 
 void CThreadPool::ThreadExited(const sMorvex_PAL_Thread* pPalThread)
 {
-    const bool locked = lock("ThreadExited").isEmpty();
+    const bool locked = lockAsking("ThreadExited");
     threadExited(pPalThread);
     if (locked) {
         (void)unlock("ThreadExited");
