@@ -98,7 +98,7 @@ std::array<ExpectedRecord, 16> expectedRecords()
 const PalFault FAULTS[] = {
     OSAL_KIT_PAL_FAULT(MutexInit, MUTEX_ERROR_CREATE_FAILED), OSAL_KIT_PAL_FAULT(MutexWait, MUTEX_ERROR_WAIT_FAILED),
     OSAL_KIT_PAL_FAULT(MutexSignal, MUTEX_ERROR_SIGNAL_FAILED), OSAL_KIT_PAL_FAULT(MutexDeInit, MUTEX_ERROR_DEINIT_FAILED),
-    OSAL_KIT_PAL_FAULT(strcmp, 1), OSAL_KIT_PAL_FAULT(zmalloc, 0),
+    OSAL_KIT_PAL_FAULT(zmalloc, 0),
 };
 
 TEST(MutexFaultSweep, EveryFailureIsTracedWithItsCauseAndTheName)
