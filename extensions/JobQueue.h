@@ -126,6 +126,7 @@ private:
     bool startWorkerThread();
     bool stopWorkerThread();
     void reapEndedWorker();
+    bool joinWorker();
     void takeLeftovers();
     bool processNextJob(const bool& discard);
     int getFillLevel();
@@ -144,6 +145,9 @@ private:
     bool mWorkerStarted;
     // Set by the worker when its loop has ended, whether asked to or not.
     std::atomic<bool> mWorkerEnded;
+    // Set while a flush may wait for its signal job: the worker then does not end at
+    // a failed receive.
+    std::atomic<bool> mFlushWaiting;
 };
 
 } // namespace PAL

@@ -76,6 +76,7 @@ private:
     CThreadPool& operator=(const CThreadPool&) = delete;
 
     CString lock(const char* callerName);
+    bool lockAsking(const char* callerName);
     CString unlock(const char* callerName);
     CString poolText(const char* formatText) const;
 

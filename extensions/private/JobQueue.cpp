@@ -1,5 +1,7 @@
 #include "extensions/JobQueue.h"
 
+#include "os/private/pal_release.h"
+
 #include "extensions/private/JobId.h"
 #include "os/private/pal_enum.h"
 #include "os/private/pal_trace.h"
@@ -27,6 +29,10 @@ const int sStopMessagePriority = 0;
 const unsigned int sStatusReadAttempts = 3;
 // How often a signal job tries to signal its semaphore.
 const unsigned int sSignalAttempts = 3;
+// How often the worker tries to receive while a flush waits for it.
+const unsigned int sReceiveAttempts = 3;
+// How often a stopping thread tries to join the worker.
+const unsigned int sJoinAttempts = 3;
 
 // The job pointer as the "%X" of the insertion record takes it: the whole pointer on
 // the 32-bit target, its low half on a 64-bit host.
@@ -87,7 +93,7 @@ CJobQueue::CJobQueue(const unsigned int& size, const CString& name, const CThrea
                      const bool& deferProcessing)
     : CThread(workerThreadName(name), priority), mName(name), mMutex(CString("CJobQueue::mMutex"), true),
       mMsgQueue(0), mLastJobId(0), mDiscardJobs(false), mStopRequested(false), mAcceptJobs(true),
-      mWorkerStarted(false), mWorkerEnded(false)
+      mWorkerStarted(false), mWorkerEnded(false), mFlushWaiting(false)
 {
     OSAL_KIT_TRACE(Trace::LEVEL_INFO, "%d%s%d", toInt(size), mName.getBuffer(), EnumValue::raw(priority));
     if (MsgQueue_Init(&mMsgQueue, size) != MSGQUEUE_OK) {
@@ -157,6 +163,9 @@ bool CJobQueue::Flush(const bool& discard)
     // Declared before the lock, so it is destroyed after the lock is released.
     CSemaphore semaphore(0);
     CMutex::CLock lock(mMutex);
+    // Set before the worker is looked at, so that a worker whose receive fails from now
+    // on does not end under this flush.
+    mFlushWaiting = true;
     // Read under the lock: another flush may be starting and stopping the worker.
     reapEndedWorker();
     const bool wasRunning = mWorkerStarted;
@@ -198,6 +207,7 @@ bool CJobQueue::Flush(const bool& discard)
         }
     }
 
+    mFlushWaiting = false;
     if (!wasRunning && !discard && !stopWorkerThread()) {
         OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
         result = false;
@@ -265,7 +275,7 @@ bool CJobQueue::stopWorkerThread()
     bool result = false;
     // A full queue keeps the worker busy until it drains, so it sees the request anyway.
     if (sent == MSGQUEUE_OK || sent == MSGQUEUE_ERROR_FULL) {
-        if (join()) {
+        if (joinWorker()) {
             takeLeftovers();
         }
         mWorkerStarted = false;
@@ -282,9 +292,21 @@ bool CJobQueue::stopWorkerThread()
 void CJobQueue::reapEndedWorker()
 {
     if (mWorkerStarted && mWorkerEnded) {
-        (void)join();
+        (void)joinWorker();
         mWorkerStarted = false;
     }
+}
+
+// A worker that was not joined may still read the queue's members, and the jobs it
+// leaves are only taken once it has ended: a refused join is asked again.
+bool CJobQueue::joinWorker()
+{
+    for (unsigned int attempt = 0; attempt < sJoinAttempts; ++attempt) {
+        if (join()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Called with the worker joined and the mutex held, so nothing else takes or queues
@@ -377,7 +399,7 @@ void CJobQueue::destroy()
     } else if (mWorkerStarted) {
         // The stop message could not be queued without waiting: wait for room instead.
         mStopRequested = true;
-        if (MsgQueue_SendMsg(mMsgQueue, 0, sStopMessagePriority) == MSGQUEUE_OK && join()) {
+        if (MsgQueue_SendMsg(mMsgQueue, 0, sStopMessagePriority) == MSGQUEUE_OK && joinWorker()) {
             mWorkerStarted = false;
             takeLeftovers();
         }
@@ -388,12 +410,15 @@ void CJobQueue::destroy()
         tMsgQueueHandle queue = mMsgQueue;
         if (MsgQueue_DeInit(&queue) != MSGQUEUE_OK) {
             OSAL_KIT_TRACE0(Trace::LEVEL_ERROR);
-            return;
+            PalRelease::retry(&MsgQueue_DeInit, queue);
+            if (queue != 0) {
+                return;
+            }
         }
         // Without its queue, the worker's next receive fails and it ends; it must not
         // outlive the members it reads.
         if (mWorkerStarted) {
-            (void)join();
+            (void)joinWorker();
             mWorkerStarted = false;
         }
         mMsgQueue = 0;
@@ -402,7 +427,17 @@ void CJobQueue::destroy()
 
 int CJobQueue::run()
 {
-    while (processNextJob(false)) {
+    unsigned int failedReceives = 0;
+    for (;;) {
+        if (!processNextJob(false)) {
+            // A failed receive ends the worker, but not while a flush waits for its
+            // signal job: that flush would wait for good. The receive is tried again.
+            if (mFlushWaiting && ++failedReceives < sReceiveAttempts) {
+                continue;
+            }
+            break;
+        }
+        failedReceives = 0;
         // An unreadable fill level ends the loop too: the stopping thread takes
         // whatever is left once the worker has been joined.
         if (mStopRequested && getFillLevel() <= 0) {

@@ -1,8 +1,10 @@
 #include "extensions/ThreadPool.h"
 
 #include "extensions/private/WaitingTasks.h"
+#include "os/private/pal_release.h"
 
 #include <cstdarg>
+#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -10,6 +12,9 @@ namespace PAL {
 namespace {
 
 const char* const sThreadNameFormat = "CThreadPool thread [pos:%d]";
+// How often a refused take or release of the pool's lock, or a refused wake-up or
+// join of a stopping thread, is tried in all.
+const unsigned int sReleaseAttempts = 3;
 
 CString makeText(const char* format, ...)
 {
@@ -126,10 +131,14 @@ public:
     ~CThreadElement()
     {
         if (mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaDeInit(&mpRunTaskSemaphore);
+            if (Morvex_PAL_SemaDeInit(&mpRunTaskSemaphore) != SEMA_OK) {
+                PalRelease::retry(&Morvex_PAL_SemaDeInit, mpRunTaskSemaphore);
+            }
         }
         if (mpPalThread != 0) {
-            (void)Morvex_PAL_ThreadDeInit(&mpPalThread);
+            if (Morvex_PAL_ThreadDeInit(&mpPalThread) != THREAD_OK) {
+                PalRelease::retry(&Morvex_PAL_ThreadDeInit, mpPalThread);
+            }
         }
     }
 
@@ -157,11 +166,7 @@ public:
         mTaskName = taskName;
         mQueueId = queueId;
         mpPoolTask = 0;
-        mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
-        if (mTaskId == 0) {
-            // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-            mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
-        }
+        mTaskId = nextTaskId();
     }
 
     // What deleting the element does to its task and name, leaving the element reusable.
@@ -181,12 +186,64 @@ private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-    // Shared by every pool of the process. One atomic increment issues each id, so no
-    // lock is needed for it, and ids are unique and increase in the order issued.
+public:
+    // Made before the first pool is used (every pool's constructor asks for it), so
+    // two pools never race to create it.
+    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
+    static sMorvex_PAL_Mutex* idMutex();
+
+private:
+    static unsigned int nextTaskId();
+
+    // Shared by every pool of the process and taken under spIdMutex; the counter is
+    // atomic as well so that ids stay unique even in a process where the PAL core could
+    // not make that mutex.
     static std::atomic<unsigned int> sNextAvailableTaskId;
+    static std::mutex sIdMutexCreation;
 };
 
+std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
 std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
+// Constant-initialised, so it exists before any constructor of the process runs.
+std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
+
+sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
+{
+    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
+    if (handle != 0) {
+        return handle;
+    }
+    std::lock_guard<std::mutex> guard(sIdMutexCreation);
+    handle = spIdMutex.load(std::memory_order_relaxed);
+    if (handle == 0) {
+        // A failed creation leaves it null; the next task tries again.
+        (void)Morvex_PAL_MutexInit(&handle);
+        spIdMutex.store(handle, std::memory_order_release);
+    }
+    return handle;
+}
+
+unsigned int CThreadPool::CTaskElement::nextTaskId()
+{
+    sMorvex_PAL_Mutex* mutex = idMutex();
+    // Refused as recursive, the mutex is still held from a release that failed before:
+    // it is this thread's to release now.
+    const eMorvex_PAL_MutexError taken = mutex != 0 ? Morvex_PAL_MutexWait(mutex) : MUTEX_ERROR_INV_HANDLE;
+    const bool locked = taken == MUTEX_OK || taken == MUTEX_ERROR_RECURSIVE;
+    unsigned int taskId = sNextAvailableTaskId.fetch_add(1u);
+    if (taskId == 0) {
+        // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
+        taskId = sNextAvailableTaskId.fetch_add(1u);
+    }
+    // Left held, the process-wide mutex would stop every pool's AddTask on every other
+    // thread: a refused release is asked again.
+    for (unsigned int attempt = 0; locked && attempt < sReleaseAttempts; ++attempt) {
+        if (Morvex_PAL_MutexSignal(mutex) == MUTEX_OK) {
+            break;
+        }
+    }
+    return taskId;
+}
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
@@ -273,11 +330,12 @@ CThreadPool::CThreadPool(CString poolName)
     if (mpWaitingTasks != 0) {
         (void)Morvex_PAL_MutexInit(&mTSIMutex);
     }
+    (void)CTaskElement::idMutex();
 }
 
 CThreadPool::~CThreadPool()
 {
-    const bool locked = lock("~CThreadPool").isEmpty();
+    const bool locked = lockAsking("~CThreadPool");
     if (mIsStarted) {
         (void)stop(eAbortRunningTasks);
     }
@@ -285,7 +343,9 @@ CThreadPool::~CThreadPool()
         (void)unlock("~CThreadPool");
     }
     if (mTSIMutex != 0) {
-        (void)Morvex_PAL_MutexDeInit(&mTSIMutex);
+        if (Morvex_PAL_MutexDeInit(&mTSIMutex) != MUTEX_OK) {
+            PalRelease::retry(&Morvex_PAL_MutexDeInit, mTSIMutex);
+        }
     }
     delete mpWaitingTasks;
 }
@@ -309,13 +369,31 @@ CString CThreadPool::lock(const char* callerName)
     return CString();
 }
 
+// For the operations that go on even without the lock: without it, they would read
+// (and the destructor free) what the pool's threads are changing, so a refused lock
+// is asked again before they go on without it.
+bool CThreadPool::lockAsking(const char* callerName)
+{
+    for (unsigned int attempt = 0; attempt < sReleaseAttempts; ++attempt) {
+        if (lock(callerName).isEmpty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 CString CThreadPool::unlock(const char* callerName)
 {
     if (mTSIMutex == 0) {
         return makeText("CThreadPool::%s: mTSIMutex == Morvex_NULL [pool:%s]", callerName,
                         mPoolName.getBuffer());
     }
-    const int result = Morvex_PAL_MutexSignal(mTSIMutex);
+    // A lock left held would stall the pool's threads, and every caller after them,
+    // for good: a release the PAL core refuses is asked again before it is given up.
+    int result = Morvex_PAL_MutexSignal(mTSIMutex);
+    for (unsigned int attempt = 1; result != 0 && attempt < sReleaseAttempts; ++attempt) {
+        result = Morvex_PAL_MutexSignal(mTSIMutex);
+    }
     if (result != 0) {
         return makeText("CThreadPool::%s: Morvex_PAL_MutexSignal failed: %d [pool:%s]", callerName, result,
                         mPoolName.getBuffer());
@@ -478,7 +556,7 @@ CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTas
 
 bool CThreadPool::IsIdle()
 {
-    const bool locked = lock("IsIdle").isEmpty();
+    const bool locked = lockAsking("IsIdle");
     const bool result = isIdle();
     if (locked) {
         (void)unlock("IsIdle");
@@ -488,7 +566,7 @@ bool CThreadPool::IsIdle()
 
 CString CThreadPool::GetStatus(Status& status)
 {
-    const bool locked = lock("GetStatus").isEmpty();
+    const bool locked = lockAsking("GetStatus");
     CString result = getStatus(status);
     if (locked) {
         (void)unlock("GetStatus");
@@ -498,7 +576,7 @@ CString CThreadPool::GetStatus(Status& status)
 
 void CThreadPool::ThreadExited(const sMorvex_PAL_Thread* pPalThread)
 {
-    const bool locked = lock("ThreadExited").isEmpty();
+    const bool locked = lockAsking("ThreadExited");
     threadExited(pPalThread);
     if (locked) {
         (void)unlock("ThreadExited");
@@ -600,11 +678,15 @@ CString CThreadPool::initAndCreateThread(CThreadElement& element, int priority)
     }
     if (!result.isEmpty()) {
         if (element.mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaDeInit(&element.mpRunTaskSemaphore);
+            if (Morvex_PAL_SemaDeInit(&element.mpRunTaskSemaphore) != SEMA_OK) {
+                PalRelease::retry(&Morvex_PAL_SemaDeInit, element.mpRunTaskSemaphore);
+            }
             element.mpRunTaskSemaphore = 0;
         }
         if (element.mpPalThread != 0) {
-            (void)Morvex_PAL_ThreadDeInit(&element.mpPalThread);
+            if (Morvex_PAL_ThreadDeInit(&element.mpPalThread) != THREAD_OK) {
+                PalRelease::retry(&Morvex_PAL_ThreadDeInit, element.mpPalThread);
+            }
             element.mpPalThread = 0;
         }
     }
@@ -674,8 +756,12 @@ void CThreadPool::shutdownThreads()
     mIsShuttingDown = true;
     for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
         CThreadElement* element = mThreadsPtrVector.get(i);
+        // A thread that is not woken is never joined: a refused signal is sent again.
         if (element != 0 && element->mpRunTaskSemaphore != 0) {
-            (void)Morvex_PAL_SemaSignal(element->mpRunTaskSemaphore);
+            for (unsigned int attempt = 0;
+                 attempt < sReleaseAttempts && Morvex_PAL_SemaSignal(element->mpRunTaskSemaphore) != SEMA_OK;
+                 ++attempt) {
+            }
         }
     }
 
@@ -684,9 +770,13 @@ void CThreadPool::shutdownThreads()
     const bool unlocked = unlock("shutdownThreads").isEmpty();
     for (int i = 0; i < mThreadsPtrVector.size(); ++i) {
         CThreadElement* element = mThreadsPtrVector.get(i);
+        // A thread that was not joined may still use its element and the pool: a
+        // refused join is asked again.
         if (element != 0 && element->mpPalThread != 0) {
-            int exitValue = 0;
-            element->mWasJoined = Morvex_PAL_ThreadWait(element->mpPalThread, &exitValue) == THREAD_OK;
+            for (unsigned int attempt = 0; attempt < sReleaseAttempts && !element->mWasJoined; ++attempt) {
+                int exitValue = 0;
+                element->mWasJoined = Morvex_PAL_ThreadWait(element->mpPalThread, &exitValue) == THREAD_OK;
+            }
         }
     }
     if (unlocked) {

@@ -1,11 +1,32 @@
 #include "os/Mutex.h"
 
+#include "os/private/pal_release.h"
+
 #include "os/private/pal_enum.h"
 #include "os/private/pal_trace.h"
 
 #include "morvex_pal_memory.h"
 
 static const char* const sTraceId = "4A40150DEC37541AD664EA939C9AD0BA";
+
+namespace {
+
+// How often a refused release is tried in all.
+const unsigned int sReleaseAttempts = 3;
+
+// A mutex left held would stop every other thread at its next Lock for good, and
+// could not be destroyed: a release the PAL core refuses is asked again, quietly.
+bool releaseAgain(sMorvex_PAL_Mutex* handle)
+{
+    for (unsigned int attempt = 1; attempt < sReleaseAttempts; ++attempt) {
+        if (Morvex_PAL_MutexSignal(handle) == MUTEX_OK) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
 
 namespace PAL {
 
@@ -32,11 +53,12 @@ CMutex::~CMutex()
         // can slip in between. A PAL core that refuses to destroy a held mutex would
         // leak it on every such destruction: release the hold and destroy it then.
         if (result == MUTEX_ERROR_DEINIT_FAILED && heldHere && mHandle != 0 &&
-            Morvex_PAL_MutexSignal(mHandle) == MUTEX_OK) {
+            (Morvex_PAL_MutexSignal(mHandle) == MUTEX_OK || releaseAgain(mHandle))) {
             result = Morvex_PAL_MutexDeInit(&mHandle);
         }
         if (result != MUTEX_OK) {
             OSAL_KIT_TRACE(Trace::LEVEL_ERROR, "%s%s", MutexResultStrMap::Map(result), mName.getBuffer());
+            PalRelease::retry(&Morvex_PAL_MutexDeInit, mHandle);
         }
     }
 }
@@ -66,6 +88,8 @@ bool CMutex::Unlock()
         return true;
     }
     OSAL_KIT_TRACE(Trace::LEVEL_ERROR, "%s%s", MutexResultStrMap::Map(result), mName.getBuffer());
+    // The refusal has been reported; the caller still learns of it.
+    (void)releaseAgain(mHandle);
     return false;
 }
 

@@ -1,5 +1,7 @@
 #include "os/Semaphore.h"
 
+#include "os/private/pal_release.h"
+
 namespace PAL {
 
 CSemaphore::CSemaphore(const unsigned int& initialCount) : mHandle(0)
@@ -11,7 +13,9 @@ CSemaphore::CSemaphore(const unsigned int& initialCount) : mHandle(0)
 CSemaphore::~CSemaphore()
 {
     if (mHandle != 0) {
-        (void)Morvex_PAL_SemaDeInit(&mHandle);
+        if (Morvex_PAL_SemaDeInit(&mHandle) != SEMA_OK) {
+            PalRelease::retry(&Morvex_PAL_SemaDeInit, mHandle);
+        }
     }
 }
 

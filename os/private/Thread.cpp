@@ -1,5 +1,7 @@
 #include "os/Thread.h"
 
+#include "os/private/pal_release.h"
+
 #include "os/private/pal_enum.h"
 
 namespace PAL {
@@ -28,7 +30,9 @@ CThread::CThread(const CString& name, const ePriority& priority) : mHandle(0)
 CThread::~CThread()
 {
     if (mHandle != 0) {
-        (void)Morvex_PAL_ThreadDeInit(&mHandle);
+        if (Morvex_PAL_ThreadDeInit(&mHandle) != THREAD_OK) {
+            PalRelease::retry(&Morvex_PAL_ThreadDeInit, mHandle);
+        }
     }
 }
 

@@ -96,26 +96,49 @@ sMorvex_PAL_Mutex* atomicMutex()
     return Atomic::spAtomicMutex;
 }
 
+// A counter operation cannot report a failure of the PAL core, so it asks again: a
+// take that failed would let two threads change one count at once, and a release
+// that failed would stall every other thread at its next string copy. A take refused
+// as recursive finds the mutex still held after such a release: it is held, then.
+const unsigned int sMutexAttempts = 3;
+
+void take(sMorvex_PAL_Mutex* mutex)
+{
+    for (unsigned int attempt = 0; attempt < sMutexAttempts; ++attempt) {
+        const eMorvex_PAL_MutexError result = Morvex_PAL_MutexWait(mutex);
+        if (result == MUTEX_OK || result == MUTEX_ERROR_RECURSIVE) {
+            return;
+        }
+    }
+}
+
+void release(sMorvex_PAL_Mutex* mutex)
+{
+    for (unsigned int attempt = 0; attempt < sMutexAttempts && Morvex_PAL_MutexSignal(mutex) != MUTEX_OK;
+         ++attempt) {
+    }
+}
+
 } // namespace
 
 void Atomic::increment(unsigned int& value)
 {
     sMorvex_PAL_Mutex* mutex = atomicMutex();
-    (void)Morvex_PAL_MutexWait(mutex);
+    take(mutex);
     store(value, load(value) + 1u);
-    (void)Morvex_PAL_MutexSignal(mutex);
+    release(mutex);
 }
 
 bool Atomic::testDecrement(unsigned int& value)
 {
     sMorvex_PAL_Mutex* mutex = atomicMutex();
-    (void)Morvex_PAL_MutexWait(mutex);
+    take(mutex);
     unsigned int current = load(value);
     if (current != 0) {
         store(value, current - 1u);
     }
     const bool nonZero = load(value) != 0;
-    (void)Morvex_PAL_MutexSignal(mutex);
+    release(mutex);
     return nonZero;
 }
 

@@ -125,21 +125,6 @@ TEST(BufferTest, EqualityLooksAtTheUsedBytesOnly)
     EXPECT_TRUE(holding("abc") != holding("ab"));
 }
 
-TEST(BufferTest, NoMemoryLeavesTheBufferAsItWas)
-{
-    FaultGuard guard;
-    CBuffer buffer = holding("abc");
-    const CBuffer copy = buffer;
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-    EXPECT_EQ(0u, buffer.copyTo("X", 1, 0)); // shared: needs its own block first
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-    buffer.resize(40);
-    EXPECT_EQ("abc", textOf(buffer));
-    EXPECT_EQ(copy.getMemoryBuffer().getBuffer(), buffer.getMemoryBuffer().getBuffer());
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-    EXPECT_EQ(0u, CBuffer(5).getSize());
-}
-
 TEST(BufferTest, StreamFormWritesTheWholeBlock)
 {
     CBuffer cut = holding("abcde");

@@ -152,31 +152,4 @@ TEST_F(HashArrayTest, IntegerKeysWithTheirOwnTraitsCompareByThem)
     EXPECT_EQ(0, CountedValue::live());
 }
 
-// Each insert lands or leaves the table as it was, whichever allocation fails (the
-// key, the value, a bucket array or a chain item).
-TEST_F(HashArrayTest, AnInsertThatFindsNoMemoryChangesNothing)
-{
-    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
-        std::vector<CString> keys;
-        for (unsigned int i = 0; i < 40; ++i)
-            keys.push_back(nameOf(i % 3 == 0 ? i : i * 97));
-        std::vector<char> landed(keys.size(), 0);
-        NamedValues table(2);
-        osal_kit_test::failAllocationAfter(skip);
-        for (unsigned int i = 0; i < keys.size(); ++i) {
-            landed[i] = table.insert(keys[i], CountedValue(static_cast<int>(i)));
-            ASSERT_EQ(static_cast<long>(table.size()), CountedValue::live());
-        }
-        Morvex_Fault_DisarmAll();
-        Contents expected;
-        for (unsigned int i = 0; i < keys.size(); ++i) {
-            if (landed[i]) {
-                expected[keys[i].getBuffer()] = static_cast<int>(i);
-            }
-        }
-        EXPECT_EQ(expected, contentsOf(table));
-        EXPECT_TRUE(table.insert("afterwards", CountedValue(0)));
-    });
-}
-
 } // namespace

@@ -99,34 +99,4 @@ TEST_F(HashMapTest, CopiesAndAssignmentsAreIndependent)
     EXPECT_EQ(100, CountedValue::live());
 }
 
-// Each set or get lands or leaves the map as it was, whichever allocation (the value
-// or a regrown array) fails.
-TEST_F(HashMapTest, AnAdditionThatFindsNoMemoryChangesNothing)
-{
-    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
-        const unsigned int keys = 60;
-        std::vector<char> landed(keys, 0);
-        CountedMap map(2);
-        osal_kit_test::failAllocationAfter(skip);
-        for (unsigned int key = 0; key < keys; ++key) {
-            if (key % 2 == 0) {
-                landed[key] = map.set(key * 5, CountedValue(static_cast<int>(key)));
-            } else if (CountedValue* value = map.get(key * 5)) {
-                *value = CountedValue(static_cast<int>(key));
-                landed[key] = 1;
-            }
-            ASSERT_EQ(static_cast<long>(map.size()), CountedValue::live());
-        }
-        Morvex_Fault_DisarmAll();
-        Contents expected;
-        for (unsigned int key = 0; key < keys; ++key) {
-            if (landed[key]) {
-                expected[key * 5] = static_cast<int>(key);
-            }
-        }
-        EXPECT_EQ(expected, contentsOf(map));
-        EXPECT_TRUE(map.set(100000, CountedValue(0)));
-    });
-}
-
 } // namespace

@@ -260,32 +260,4 @@ TEST(TokenSeparatedListVectorTest, FromVectorReplacesTheWholeListOrNothing)
     EXPECT_FALSE(dashed.IsEmpty());
 }
 
-TEST_F(TokenSeparatedListTest, OutOfMemoryChangesNothing)
-{
-    FaultGuard faults;
-    ASSERT_TRUE(mList.Add(CString("one")));
-    const CString token("two");
-    const CString before = mList.Get();
-
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1000, 1);
-    const bool added = mList.Add(token);
-    const bool addedNumber = mList.Add(3);
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 0, 1);
-    EXPECT_FALSE(added);
-    EXPECT_FALSE(addedNumber);
-    EXPECT_EQ("one", bytes(mList.Get()));
-
-    // Splitting copies each token: a failed copy fails the whole conversion.
-    ASSERT_TRUE(mList.Add(token));
-    TVector<CString> tokens = stringVector({"stale"});
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1000, 1);
-    const bool split = mList.ToVector(tokens);
-    const int found = mList.Find(token);
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 0, 1);
-    EXPECT_FALSE(split);
-    EXPECT_EQ(0, tokens.size());
-    EXPECT_EQ(-1, found);
-    EXPECT_EQ((Tokens{"one", "two"}), tokensOf(mList));
-}
-
 } // namespace

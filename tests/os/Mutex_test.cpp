@@ -144,7 +144,7 @@ TEST_F(MutexTest, FailedDestructionIsTracedWithTheName)
         sMorvex_PAL_Mutex* handle = handleOf(*mutex);
         TraceCapture capture;
         if (!held) {
-            failNext(MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_INV_HANDLE);
+            failNext(MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_INV_HANDLE, 3);  // every attempt
         }
         mutex.reset();
         expectRecords({refused(held ? "MUTEX_ERROR_DEINIT_FAILED" : "MUTEX_ERROR_INV_HANDLE")}, capture);
@@ -166,7 +166,7 @@ TEST_F(MutexTest, LockOnDestructionTakesTheMutexBetweenTwoRecordsAndDestroysIt)
     } rows[] = {
         {__LINE__, MORVEX_FAULT_COUNT, MUTEX_OK, 0, {kInfo, kInfo}},
         {__LINE__, MORVEX_FAULT_MutexWait, MUTEX_ERROR_WAIT_FAILED, 1, {kInfo, refused("MUTEX_ERROR_WAIT_FAILED"), kInfo}},
-        {__LINE__, MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_DEINIT_FAILED, 2,
+        {__LINE__, MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_DEINIT_FAILED, 4,  // every attempt
          {kInfo, kInfo, refused("MUTEX_ERROR_DEINIT_FAILED")}},
     };
     for (const auto& row : rows) {
