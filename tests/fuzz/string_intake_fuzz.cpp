@@ -1,7 +1,9 @@
 // CString built from outside text: 8-bit text (counted and NUL-terminated), UCS-2,
-// UCS-4 and wide ranges, appends and formatting. The first byte picks the way in.
+// UCS-4 and wide ranges, appends, formatting and case mapping. The first byte picks the way in.
 
 #include "FuzzSupport.h"
+
+#include "core/StringUtilities.h"
 
 #include <algorithm>
 #include <vector>
@@ -63,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // A string with content of its own first, so every way in also replaces a block.
     CString target("old");
     const CString copy(target);
-    switch (mode % 7) {
+    switch (mode % 8) {
     case 0: { // counted 8-bit text: the longest valid prefix, NUL bytes included
         const std::string bytes = in.rest();
         target = CString(bytes.data(), static_cast<unsigned int>(bytes.size()));
@@ -139,6 +141,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const bool fitted = viaBuffer.strprintf(small, sizeof(small), "%s", upToNul.c_str());
         FUZZ_CHECK(fitted == (upToNul.size() <= 16));
         checkIntake(viaBuffer, acceptedOf(upToNul.substr(0, 16)));
+        break;
+    }
+    case 7: { // case mapping of outside text keeps it sound and leaves copies alone
+        const std::string bytes = in.rest();
+        target = CString(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        const CString before(target);
+        const std::string original = osal_kit_fuzz::bytesOf(target);
+        PAL::StringUtilities::toLower(target);
+        osal_kit_fuzz::checkString(target);
+        PAL::StringUtilities::toUpper(target);
+        osal_kit_fuzz::checkString(target);
+        FUZZ_CHECK(osal_kit_fuzz::bytesOf(before) == original);
+        target = "old";
         break;
     }
     }
