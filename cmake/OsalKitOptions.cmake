@@ -7,6 +7,14 @@ add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 if(OSAL_KIT_SANITIZE STREQUAL "address")
     add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
     add_link_options(-fsanitize=address,undefined)
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        # Clang links its static sanitizer runtime into executables only, so the shared
+        # libraries (linked with --no-undefined) take the runtime's shared form instead,
+        # found at run time through the compiler's own folder.
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-resource-dir
+            OUTPUT_VARIABLE osal_kit_clang_resource_dir OUTPUT_STRIP_TRAILING_WHITESPACE)
+        add_link_options(-shared-libsan -Wl,-rpath,${osal_kit_clang_resource_dir}/lib/linux)
+    endif()
 elseif(OSAL_KIT_SANITIZE STREQUAL "thread")
     add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
     add_link_options(-fsanitize=thread)

@@ -1,5 +1,7 @@
 #include "core/RCMemoryBuffer.h"
 
+#include "core/private/StreamLength.h"
+
 #include "os/pal_wrapper.h"
 
 #include <cstring>
@@ -115,7 +117,9 @@ bool CRCMemoryBuffer::readFrom(const IIStream& stream, CRCMemoryBuffer& buffer)
         buffer.removeRef();
         return true;
     }
-    SHeader* block = allocateBlock(n);
+    // A length far beyond what the stream holds is most likely a lie; allocating for it
+    // would let a few bytes of input claim gigabytes, so it fares as a failed allocation.
+    SHeader* block = StreamLength::beyondStream(stream, n) ? 0 : allocateBlock(n);
     if (block == 0) {
         return false;
     }

@@ -426,7 +426,15 @@ unsigned int CString::const_iterator::operator*() const
     }
     unsigned int cp = lead & (0xFFu >> (n + 1));
     for (unsigned int i = 1; i < n; ++i) {
-        cp = (cp << 6) | (static_cast<unsigned char>(mPosition[i]) & 0x3Fu);
+        const unsigned char follower = static_cast<unsigned char>(mPosition[i]);
+        // Intake takes any byte with its top bit set as a follower, while stepping skips
+        // only 0x80-0xBF: an iterator can stop on a follower such as 0xFD and take it for
+        // the lead of a longer sequence than the text holds. The terminator ends the
+        // read, so decoding never runs past the block.
+        if (follower == 0) {
+            break;
+        }
+        cp = (cp << 6) | (follower & 0x3Fu);
     }
     return cp;
 }

@@ -1,5 +1,7 @@
 #include "core/StringStream.h"
 
+#include "core/private/StreamLength.h"
+
 #include <cstring>
 #include <new>
 
@@ -14,8 +16,9 @@ void readText(const IIStream& stream, CString& text, bool withTerminator)
 {
     unsigned int n = 0;
     stream >> n;
-    // n + 1 would wrap to 0.
-    if (n == 0xFFFFFFFFu) {
+    // n + 1 would wrap to 0; and a length far beyond what the stream holds would have a
+    // few bytes of input claim gigabytes. Both are treated as no memory for the text.
+    if (n == 0xFFFFFFFFu || StreamLength::beyondStream(stream, n)) {
         return;
     }
     char* bytes = new (std::nothrow) char[n + 1u];

@@ -15,6 +15,33 @@ bool holdsNoToken(const CString& list)
     return list.getBuffer() == CString::nullData.mText;
 }
 
+// Intake counts any byte with its top bit set as a follower, while the search steps over
+// 0x80-0xBF only, so it can match a separator inside a character. Such a match is not
+// one: splitting there would drop the bytes of that character from every token.
+bool startsCharacter(const CString::const_iterator& from, const CString::const_iterator& at)
+{
+    const char* p = from.getPosition();
+    while (p < at.getPosition()) {
+        const unsigned int n = UTF8LookUpTable[static_cast<unsigned char>(*p)];
+        if (n > 6u) {
+            return false;
+        }
+        p += n;
+    }
+    return p == at.getPosition();
+}
+
+// The first separator at or after `from` that starts a character, or `text.end()`.
+CString::const_iterator findSeparator(const CString& text, const CString& separator,
+                                      const CString::const_iterator& from)
+{
+    CString::const_iterator found = text.find(separator, from);
+    while (found != text.end() && !startsCharacter(from, found)) {
+        found = text.find(separator, found + 1);
+    }
+    return found;
+}
+
 // Walks the tokens that lie before a separator or run to the end of a non-empty text.
 // The one token the walk cannot see (after a trailing separator, or the single token of
 // an empty text) is reported by `hasTrailingEmptyToken` once `next` has returned false.
@@ -35,7 +62,7 @@ public:
         if (mFailed || mPosition == mList.end()) {
             return false;
         }
-        const CString::const_iterator found = mList.find(mSeparator, mPosition);
+        const CString::const_iterator found = findSeparator(mList, mSeparator, mPosition);
         const unsigned int length = static_cast<unsigned int>(found - mPosition);
         token = mList.getMid(mPosition, length);
         if (token.getLength() != length) {
@@ -206,7 +233,7 @@ bool CTokenSeparatedList::intToStr(const int& value, CString& text)
 
 bool CTokenSeparatedList::addElem(tListInfo& info, const CString& token) const
 {
-    if (token.find(mSeparator) != token.end()) {
+    if (findSeparator(token, mSeparator, token.begin()) != token.end()) {
         return false;
     }
     // Joined in a copy, so that running out of memory half-way changes nothing.

@@ -156,6 +156,24 @@ TEST(BufferTest, ReadingTakesTheLengthAsSizeAndKeepsTheBlockSize)
     EXPECT_EQ(0u, target.getSize());
 }
 
+// A length beyond 64 KiB that the stream does not hold is taken for a lie: nothing is
+// allocated and the buffer stays as it was, size included.
+TEST(BufferTest, ReadingALengthBeyondTheStreamLeavesTheBuffer)
+{
+    for (const unsigned int length : {0x10001u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(length);
+        Bytes record = written(length);
+        record.insert(record.end(), {'a', 'b', 'c'});
+        const PAL::CMemoryIStream in(bufferOf(record));
+        CBuffer target = holding("old", 8);
+        AllocationBalance balance;
+        in >> target;
+        EXPECT_EQ(0u, balance.allocationsSince());
+        EXPECT_EQ(3u, target.getSize());
+        EXPECT_EQ("old", textOf(target).substr(0, 3));
+    }
+}
+
 // In every round all threads hold copies of one block and write into them at once: all
 // but the last writer copy the block, the last writes in place while the others may
 // still be reading it. Nobody sees another's byte, and every block goes.

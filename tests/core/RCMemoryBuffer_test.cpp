@@ -148,4 +148,34 @@ TEST(RCMemoryBufferTest, NoBlockForTheLengthLeavesHandleAndDataBytesAlone)
     }
 }
 
+// A length field may lie: up to 64 KiB the block is allocated as the length says and
+// keeps zeros where the stream ran short; beyond that, a length the stream does not hold
+// allocates nothing, leaves the handle alone and the bytes unread, as no memory would.
+TEST(RCMemoryBufferTest, LengthFieldsBeyondTheStream)
+{
+    const std::string unchanged = "old";
+    const struct { int line; unsigned int length; std::size_t present; std::string read; } rows[] = {
+        {__LINE__, 4, 3, std::string(4, '\0')},
+        {__LINE__, 0x10000, 3, std::string(0x10000, '\0')},
+        {__LINE__, 0x10001, 3, unchanged},
+        {__LINE__, 0x10001, 0x10001, std::string(0x10001, 'y')},
+        {__LINE__, 0xFFFFFFF0u, 3, unchanged},
+        {__LINE__, 0xFFFFFFFFu, 3, unchanged},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        Bytes record = written(row.length);
+        record.insert(record.end(), row.present, 'y');
+        const PAL::CMemoryIStream in(bufferOf(record));
+        CRCMemoryBuffer target = blockWith(unchanged);
+        AllocationBalance balance;
+        in >> target;
+        EXPECT_EQ(row.read, textOf(target));
+        if (row.read == unchanged) {
+            EXPECT_EQ(0u, balance.allocationsSince());
+            EXPECT_EQ(4u, in.getPosition());
+        }
+    }
+}
+
 } // namespace

@@ -126,4 +126,42 @@ TEST(StringStreamTest, AnImpossibleLengthLeavesTheTextAlone)
     EXPECT_EQ(0, balance.liveBlocksDelta());
 }
 
+// A length field may lie. Up to 64 KiB a record is allocated for as its length says,
+// and a stream that runs short ends it like any cut record; a longer length than the
+// stream holds (0xFFFFFFFF, where n + 1 would wrap, among them) allocates nothing and
+// leaves the text alone, in both forms and with 32-bit sizes as with 64-bit ones.
+TEST(StringStreamTest, LengthFieldsBeyondTheStream)
+{
+    const std::string unchanged = "old", longText(0x10001, 'x');
+    const struct { int line; unsigned int length; std::size_t present; std::string read; } rows[] = {
+        {__LINE__, 4, 3, ""},
+        {__LINE__, 0x10000, 3, ""},
+        {__LINE__, 0x10001, 3, unchanged},
+        {__LINE__, 0x10001, 0x10001, longText},
+        {__LINE__, 0xFFFFFFFEu, 3, unchanged},
+        {__LINE__, 0xFFFFFFFFu, 3, unchanged},
+    };
+    for (const auto& row : rows) {
+        for (const bool ipc : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << row.line << (ipc ? " ipc" : " plain"));
+            Bytes record = osal_kit_test::written(row.length);
+            record.insert(record.end(), row.present + (ipc && row.present == row.length ? 1 : 0), 'x');
+            const PAL::CMemoryIStream in(bufferOf(record));
+            CString text(unchanged.c_str());
+            AllocationBalance balance;
+            if (ipc) {
+                CString::fromIpcStream(in, text);
+            } else {
+                in >> text;
+            }
+            EXPECT_EQ(row.read, bytes(text));
+            if (row.read == unchanged) {
+                EXPECT_EQ(0u, balance.allocationsSince());
+                EXPECT_EQ(4u, in.getPosition());
+            }
+            osal_kit_test::expectConsistent(text);
+        }
+    }
+}
+
 } // namespace

@@ -149,6 +149,9 @@ TEST(TokenSeparatedListSplitTest, SplitsAtEverySeparator)
         {__LINE__, "::", "a:::b", {"a", ":b"}},
         {__LINE__, "→", "α→β→", {"α", "β", ""}},
         {__LINE__, "", "a,b", {"a,b"}},
+        // EA C3 A9 is taken in as one character (followers need only the top bit), so
+        // the separator's bytes inside it are no separator.
+        {__LINE__, "é", "\xEA\xC3\xA9" "é" "x", {"\xEA\xC3\xA9", "x"}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line);
