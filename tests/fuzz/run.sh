@@ -10,6 +10,11 @@ set -uo pipefail
 cd "$(dirname "$0")/../.."
 
 seconds=${1:?usage: tests/fuzz/run.sh SECONDS [TARGET...]}
+if ! [[ "$seconds" =~ ^[0-9]+$ ]]; then
+    sed -n '2,8p' "$0" | sed 's/^# \{0,1\}//'
+    [ "$seconds" = "-h" ] || [ "$seconds" = "--help" ] && exit 0
+    exit 2
+fi
 shift
 build=build/fuzz
 
