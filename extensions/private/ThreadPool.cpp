@@ -2,7 +2,10 @@
 
 #include "extensions/private/WaitingTasks.h"
 
+#include "morvex_pal_mutex.h"
+
 #include <cstdarg>
+#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -157,10 +160,23 @@ public:
         mTaskName = taskName;
         mQueueId = queueId;
         mpPoolTask = 0;
-        mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
-        if (mTaskId == 0) {
-            // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-            mTaskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        mTaskId = nextTaskId();
+    }
+
+    // Creates the id mutex if it does not exist yet. Every pool calls this from its
+    // constructor, so the mutex exists before any task is added; creation is
+    // serialised and retried by later pools while it fails.
+    static void createIdMutex()
+    {
+        if (__atomic_load_n(&spIdMutex, __ATOMIC_ACQUIRE) != 0) {
+            return;
+        }
+        std::lock_guard<std::mutex> guard(sIdMutexCreation);
+        if (spIdMutex == 0) {
+            sMorvex_PAL_Mutex* handle = 0;
+            if (Morvex_PAL_MutexInit(&handle) == MUTEX_OK) {
+                __atomic_store_n(&spIdMutex, handle, __ATOMIC_RELEASE);
+            }
         }
     }
 
@@ -181,12 +197,38 @@ private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-    // Shared by every pool of the process. One atomic increment issues each id, so no
-    // lock is needed for it, and ids are unique and increase in the order issued.
+    // Ids are issued under spIdMutex, shared by every pool of the process. The counter
+    // stays atomic so that ids remain unique even if the mutex could never be created.
+    static unsigned int nextTaskId()
+    {
+        sMorvex_PAL_Mutex* mutex = __atomic_load_n(&spIdMutex, __ATOMIC_ACQUIRE);
+        if (mutex != 0) {
+            (void)Morvex_PAL_MutexWait(mutex);
+        }
+        unsigned int id = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        if (id == 0) {
+            // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
+            id = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
+        }
+        if (mutex != 0) {
+            (void)Morvex_PAL_MutexSignal(mutex);
+        }
+        return id;
+    }
+
     static std::atomic<unsigned int> sNextAvailableTaskId;
+    static sMorvex_PAL_Mutex* spIdMutex;
+    static std::mutex sIdMutexCreation;
+    static const bool sIdMutexCreated;
 };
 
 std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
+sMorvex_PAL_Mutex* CThreadPool::CTaskElement::spIdMutex = 0;
+std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
+
+// Made when the library loads, before any pool exists (and before a test can arm a
+// fault); a pool's constructor retries only if this failed.
+const bool CThreadPool::CTaskElement::sIdMutexCreated = (createIdMutex(), true);
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
@@ -273,6 +315,7 @@ CThreadPool::CThreadPool(CString poolName)
     if (mpWaitingTasks != 0) {
         (void)Morvex_PAL_MutexInit(&mTSIMutex);
     }
+    CTaskElement::createIdMutex();
 }
 
 CThreadPool::~CThreadPool()
