@@ -91,4 +91,33 @@ TEST(Memory, ConcurrentAllocationKeepsExactCounts)
     EXPECT_EQ(balance.liveBytesDelta(), 0);
 }
 
+// Neighbouring small blocks share runs of the record table; freeing from the middle
+// of those runs must leave every other block findable with what it was given.
+TEST(Memory, DenseNeighboursStayFindableWhileOthersAreFreed)
+{
+    constexpr unsigned int kBlocks = 40000;
+    AllocationBalance balance(kComponent, "dense");
+    std::vector<void*> blocks;
+    for (unsigned int i = 0; i < kBlocks; ++i)
+        blocks.push_back(Morvex_PAL_zmalloc(1u + i % 24u, kComponent, "dense", __FILE__, static_cast<int>(i)));
+    for (unsigned int i = 0; i < kBlocks; i += 3)
+        release(blocks[i]);
+    unsigned int wrong = 0;
+    for (unsigned int i = 0; i < kBlocks; ++i) {
+        if (i % 3u == 0)
+            continue;
+        sMorvex_PAL_AllocInfo info{};
+        if (Morvex_PAL_AllocLookup(blocks[i], &info) != 0 || info.size != 1u + i % 24u ||
+            info.line != static_cast<int>(i))
+            ++wrong;
+    }
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(balance.liveBlocksDelta(), kBlocks - (kBlocks + 2) / 3);
+    for (unsigned int i = kBlocks; i-- > 0;)
+        if (i % 3u != 0)
+            release(blocks[i]);
+    EXPECT_EQ(balance.liveBlocksDelta(), 0);
+    EXPECT_EQ(balance.liveBytesDelta(), 0);
+}
+
 } // namespace

@@ -56,4 +56,38 @@ TEST(Sema, AWaiterMayDestroyTheSemaphoreAsSoonAsItsWaitReturns)
     }
 }
 
+// A hand-off answered at once is the case a waiter watches for before it sleeps:
+// each side must see exactly the other's last step, never its own twice.
+TEST(Sema, PingPongKeepsStrictTurns)
+{
+    constexpr int kRounds = 20000;
+    sMorvex_PAL_Sema* ping = nullptr;
+    sMorvex_PAL_Sema* pong = nullptr;
+    ASSERT_EQ(Morvex_PAL_SemaInit(&ping, 0), SEMA_OK);
+    ASSERT_EQ(Morvex_PAL_SemaInit(&pong, 0), SEMA_OK);
+    int turn = 0; // written by whoever holds the token
+    int outOfTurn = 0;
+    std::thread other([&] {
+        for (int n = 0; n < kRounds; ++n) {
+            ASSERT_EQ(Morvex_PAL_SemaWait(ping), SEMA_OK);
+            outOfTurn += turn != 2 * n + 1;
+            ++turn;
+            ASSERT_EQ(Morvex_PAL_SemaSignal(pong), SEMA_OK);
+        }
+    });
+    for (int n = 0; n < kRounds; ++n) {
+        outOfTurn += turn != 2 * n;
+        ++turn;
+        ASSERT_EQ(Morvex_PAL_SemaSignal(ping), SEMA_OK);
+        ASSERT_EQ(n % 2 ? Morvex_PAL_SemaWait(pong) : Morvex_PAL_SemaTimedWait(pong, 60000), SEMA_OK);
+    }
+    other.join();
+    EXPECT_EQ(outOfTurn, 0);
+    EXPECT_EQ(turn, 2 * kRounds);
+    EXPECT_EQ(Morvex_PAL_SemaTryWait(ping), SEMA_WOULD_BLOCK);
+    EXPECT_EQ(Morvex_PAL_SemaTryWait(pong), SEMA_WOULD_BLOCK);
+    EXPECT_EQ(Morvex_PAL_SemaDeInit(&ping), SEMA_OK);
+    EXPECT_EQ(Morvex_PAL_SemaDeInit(&pong), SEMA_OK);
+}
+
 } // namespace

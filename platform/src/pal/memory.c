@@ -60,6 +60,7 @@ typedef struct Record {
     unsigned int size;
     unsigned int pair;
     int line;
+    uint32_t hash; /* low bits of the key's hash: moving a record needs no rehashing */
 } Record;
 
 /* The counts of the blocks of one pair that live in one shard. */
@@ -159,15 +160,34 @@ static unsigned int resolvePair(const char* component, const char* label)
     return pair;
 }
 
+/* Where a block's record lives. Blocks allocated one after another lie next to each
+ * other, and so, largely, do their frees; a hash that scattered them would cost a
+ * cache miss per allocation and per free once the table outgrows the cache. So the
+ * address is split: its window (WINDOW_GRANULES granules of 16 bytes) is mixed and
+ * picks the shard and a run of slots, and the granule within the window keeps its
+ * order inside that run. Neighbouring blocks thus share a shard and nearby slots. */
+#define GRANULE_SHIFT 4u
+#define WINDOW_BITS 6u
+#define WINDOW_GRANULES (1u << WINDOW_BITS)
+
+static uint64_t hashOf(uintptr_t key)
+{
+    uint64_t granule = (uint64_t)~key >> GRANULE_SHIFT;
+    uint64_t window = mix(granule >> WINDOW_BITS);
+    return (window << WINDOW_BITS) | (granule & (WINDOW_GRANULES - 1u));
+}
+
 static Shard* shardOf(uintptr_t key, uint64_t* hash)
 {
-    *hash = mix((uint64_t)key);
+    *hash = hashOf(key);
+    /* The top bits come from the mixed window alone. */
     return &g_shards[*hash >> (64u - SHARD_BITS)];
 }
 
-static size_t homeOf(const Shard* shard, uintptr_t key)
+/* A shard never holds 2^32 records, so the stored low bits give the home slot. */
+static size_t homeOf(const Shard* shard, const Record* record)
 {
-    return (size_t)mix((uint64_t)key) & shard->mask;
+    return (size_t)record->hash & shard->mask;
 }
 
 /* Caller holds the shard's lock. Returns the slot of `key`, or of the empty slot that
@@ -197,7 +217,7 @@ static int grow(Shard* shard)
     for (size_t j = 0; j < oldCapacity; ++j) {
         if (old[j].key == 0)
             continue;
-        size_t i = homeOf(shard, old[j].key);
+        size_t i = homeOf(shard, &old[j]);
         while (records[i].key != 0)
             i = (i + 1u) & shard->mask;
         records[i] = old[j];
@@ -215,7 +235,7 @@ static void removeAt(Shard* shard, size_t i)
         j = (j + 1u) & shard->mask;
         if (records[j].key == 0)
             break;
-        size_t home = homeOf(shard, records[j].key);
+        size_t home = homeOf(shard, &records[j]);
         /* records[j] may move back to i only if i lies on its probe path home..j. */
         int stays = (i <= j) ? (i < home && home <= j) : (i < home || home <= j);
         if (!stays) {
@@ -276,8 +296,10 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
     uint64_t hash;
     Shard* shard = shardOf(key, &hash);
     morvexLock(&shard->lock);
+    /* At most half full: neighbouring blocks crowd into runs, and a fuller table lets
+     * runs that meet grow into long probes. */
     if (!reserveCounts(shard, pair) ||
-        ((shard->records == Morvex_NULL || (shard->used + 1u) * 4u > (shard->mask + 1u) * 3u) && !grow(shard))) {
+        ((shard->records == Morvex_NULL || (shard->used + 1u) * 2u > shard->mask + 1u) && !grow(shard))) {
         morvexUnlock(&shard->lock);
         free(p);
         return failRequest(pair);
@@ -294,6 +316,7 @@ void* Morvex_PAL_zmalloc(unsigned int size, const char* component, const char* l
     record->size = size;
     record->pair = pair;
     record->line = line;
+    record->hash = (uint32_t)hash;
     Counts* counts = &shard->counts[pair];
     ++counts->liveBlocks;
     counts->liveBytes += size;
