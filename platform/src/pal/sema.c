@@ -89,29 +89,10 @@ static int takeCount(sMorvex_PAL_Sema* sema)
     return 0;
 }
 
-/* A wait is often answered within microseconds (a worker handing back a result, a
- * pool handing out the next task). Watching the count for a little while first saves
- * both sides the system calls of a sleep and a wake-up; the watch is short enough
- * that a wait which does sleep loses next to nothing. */
-#define SPIN_LIMIT 1000
-
-static int spinForCount(sMorvex_PAL_Sema* sema)
-{
-    for (int i = 0; i < SPIN_LIMIT; ++i) {
-        uint64_t word = atomic_load_explicit(&sema->word, memory_order_relaxed);
-        if (countOf(word) > 0u)
-            return takeCount(sema);
-        /* Someone already sleeps: a signal goes to it first, so watching is futile. */
-        if (word >= ONE_SLEEPER)
-            return 0;
-    }
-    return 0;
-}
-
 /* deadline NULL: no limit. */
 static eMorvex_PAL_SemaError waitUntil(sMorvex_PAL_Sema* sema, const struct timespec* deadline)
 {
-    if (takeCount(sema) || spinForCount(sema))
+    if (takeCount(sema))
         return SEMA_OK;
     /* Registered as a sleeper in the same step that sees the count at 0, so a signal
      * either comes before (and the registration fails) or sees the sleeper. */
