@@ -1,5 +1,6 @@
 #include "core/String.h"
 
+#include "core/private/Utf8Encoding.h"
 #include "os/pal_wrapper.h"
 
 #include <cstdint>
@@ -46,31 +47,8 @@ inline bool isContinuation(char byte)
     return (static_cast<unsigned char>(byte) & 0xC0u) == 0x80u;
 }
 
-// Bytes of the UTF-8 form of `cp` in the six-byte scheme; 0 when it cannot be encoded.
-inline unsigned int encodedLength(unsigned int cp)
-{
-    if (cp < 0x80u) return 1;
-    if (cp < 0x800u) return 2;
-    if (cp < 0x10000u) return 3;
-    if (cp < 0x200000u) return 4;
-    if (cp < 0x4000000u) return 5;
-    if (cp < 0x80000000u) return 6;
-    return 0;
-}
-
-inline void encode(unsigned int cp, unsigned int length, char* out)
-{
-    static const unsigned char leads[7] = {0, 0, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
-    if (length == 1) {
-        out[0] = static_cast<char>(cp);
-        return;
-    }
-    for (unsigned int i = length - 1; i > 0; --i) {
-        out[i] = static_cast<char>(0x80u | (cp & 0x3Fu));
-        cp >>= 6;
-    }
-    out[0] = static_cast<char>(leads[length] | cp);
-}
+using Utf8::encode;
+using Utf8::encodedLength;
 
 SStringData* allocateBlock(unsigned int capacity)
 {
