@@ -64,7 +64,10 @@ public:
         /// An iterator that points nowhere; only assignment and comparison are valid.
         const_iterator();
 
-        /// The code point at the position; 0 at the end or on the sentinel.
+        /// The code point at the position; 0 at the end or on the sentinel. The lead
+        /// byte and the bytes after it are decoded as they stand; nothing past the first
+        /// NUL after the position is read, that NUL and anything beyond it giving zero
+        /// bits (so "\xC3" before the terminator decodes as 0xC0).
         unsigned int operator*() const;
         const_iterator& operator++();
         const_iterator operator++(int);

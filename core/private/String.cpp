@@ -407,9 +407,11 @@ unsigned int CString::const_iterator::operator*() const
         const unsigned char follower = static_cast<unsigned char>(mPosition[i]);
         // Intake takes any byte with its top bit set as a follower, while stepping skips
         // only 0x80-0xBF: an iterator can stop on a follower such as 0xFD and take it for
-        // the lead of a longer sequence than the text holds. The terminator ends the
-        // read, so decoding never runs past the block.
+        // the lead of a longer sequence than the text holds. The terminator gives its
+        // zero bits, and so does every following byte that would lie beyond it: nothing
+        // past the terminator is read.
         if (follower == 0) {
+            cp <<= 6u * (n - i);
             break;
         }
         cp = (cp << 6) | (follower & 0x3Fu);

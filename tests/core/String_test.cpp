@@ -340,6 +340,32 @@ TEST(StringAccessTest, IndexWalksCharactersAndReadsZeroPastTheEnd)
     EXPECT_EQ(0u, s[3]);
     EXPECT_EQ(0u, s[1000]);
     EXPECT_EQ(0u, CString()[0]);
+
+    // A lead whose following bytes reach the terminator takes it, and anything that
+    // would lie beyond it, as zero bits. Each text is one accepted character; `steps`
+    // forward from the start reach its last byte that is no continuation byte.
+    struct Row {
+        int line;
+        const char* text;
+        int steps;
+        unsigned int atLast;
+    };
+    const Row rows[] = {
+        {__LINE__, "\xC3\xC3", 1, 0xC0u},
+        {__LINE__, "\xE0\x80\xC3", 1, 0xC0u},
+        {__LINE__, "\xE0\xC3\xEF", 2, 0xF000u},
+        {__LINE__, "\xF0\x80\x80\xF7", 1, 0x1C0000u},
+        {__LINE__, "\xF8\x80\x80\x80\xFB", 1, 0x3000000u},
+        {__LINE__, "\xFC\x80\x80\x80\x80\xFD", 1, 0x40000000u},
+        {__LINE__, "\xFC\x80\x80\x80\xFD\xBF", 1, 0x7F000000u},
+    };
+    for (const Row& row : rows) {
+        const CString one(row.text);
+        ASSERT_EQ(1u, one.getLength()) << "row of line " << row.line;
+        EXPECT_EQ(row.atLast, *(one.begin() + row.steps)) << "row of line " << row.line;
+        EXPECT_EQ(row.atLast, *--one.end()) << "row of line " << row.line;
+        EXPECT_EQ(row.atLast, one[static_cast<unsigned int>(row.steps)]) << "row of line " << row.line;
+    }
 }
 
 TEST(StringIteratorTest, StepsBackStopAtTheSentinel)
