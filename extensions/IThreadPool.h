@@ -20,7 +20,8 @@ namespace PAL {
 ///
 /// Results: every operation except `IsIdle` returns a `CString`. It is empty on
 /// success; otherwise it is one line of error text ending in "[pool:<name>]", the
-/// exact texts being listed below. `GetStatus` returns the status line instead.
+/// exact texts being listed below. `GetStatus` returns the status line instead. Texts
+/// hold names of any length whole, tail included.
 /// Nothing is thrown or traced.
 ///
 /// Threads: every operation may be called from any thread and holds the pool's lock

@@ -4,6 +4,7 @@
 #include "os/private/pal_release.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <mutex>
 #include <new>
 
@@ -16,14 +17,33 @@ const char* const sThreadNameFormat = "CThreadPool thread [pos:%d]";
 // join of a stopping thread, is tried in all.
 const unsigned int sReleaseAttempts = 3;
 
+// Every pool text ends with its "[pool:...]" tail, whatever the length of the pool's or
+// the task's name: texts that do not fit the usual buffer are measured and formatted
+// whole. Only when that larger buffer cannot be had is the text cut, as `format` cuts.
 CString makeText(const char* format, ...)
 {
-    char buffer[257];
-    CString text;
+    char small[257];
+    char* buffer = small;
+    unsigned int size = static_cast<unsigned int>(sizeof small);
     va_list arguments;
     va_start(arguments, format);
-    (void)text.doFormat(buffer, static_cast<unsigned int>(sizeof buffer), format, arguments);
+    va_list measuring;
+    va_copy(measuring, arguments);
+    const int needed = std::vsnprintf(0, 0, format, measuring);
+    va_end(measuring);
+    if (needed >= static_cast<int>(sizeof small)) {
+        char* large = new (std::nothrow) char[static_cast<unsigned int>(needed) + 1u];
+        if (large != 0) {
+            buffer = large;
+            size = static_cast<unsigned int>(needed) + 1u;
+        }
+    }
+    CString text;
+    (void)text.doFormat(buffer, size, format, arguments);
     va_end(arguments);
+    if (buffer != small) {
+        delete[] buffer;
+    }
     return text;
 }
 

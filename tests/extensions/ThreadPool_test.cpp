@@ -320,6 +320,25 @@ TEST(ThreadPoolFactory, AnyNameMakesAPoolAndNoMemoryMakesNone)
               "initialized-threads:1 (idle:1, busy:0), uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]",
               status(*unnamed));
 
+    // Names around and past the usual 256-byte text: every text keeps its whole tail.
+    for (const std::size_t length : {230u, 243u, 256u, 300u, 1000u}) {
+        SCOPED_TRACE(length);
+        const std::string longName(length, 'n');
+        std::unique_ptr<IThreadPool> named(PAL::CThreadPoolFactory::Create(longName.c_str()));
+        const std::string tail = " [pool:" + longName + "]";
+        EXPECT_EQ("CThreadPool::stop: Error: pool is not started" + tail,
+                  text(named->Stop(IThreadPool::eFinishRunningTasks)));
+        ASSERT_EQ("", text(named->Start(1, 1, 0)));
+        EXPECT_EQ("CThreadPool::stop: unknown shutdownPolicy: 7" + tail,
+                  text(named->Stop(static_cast<IThreadPool::eShutdownPolicy>(7))));
+        unsigned int taskId = 1;
+        EXPECT_EQ("CThreadPool::addTask: Error: taskName is empty" + tail, text(named->AddTask("", nullptr, 0, taskId)));
+        EXPECT_EQ("Status of thread-pool ['" + longName + "', minThr:1, maxThr:1, started:true, shutdown:false]: "
+                  "tasks-list size:0, initialized-threads:1 (idle:1, busy:0), uninitialized-threads:0, "
+                  "exited-threads:0, busy-queue_ids:[]",
+                  status(*named));
+    }
+
     const PAL::CString name("Q");
     Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
     IThreadPool* none = PAL::CThreadPoolFactory::Create(name);
