@@ -16,6 +16,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/osal_kit.h DESTINATION ${CMAKE_INSTALL_INCLU
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/core ${PROJECT_SOURCE_DIR}/os ${PROJECT_SOURCE_DIR}/extensions
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit
     FILES_MATCHING PATTERN "*.h" PATTERN "private" EXCLUDE)
+install(FILES ${OSAL_KIT_GENERATED_INCLUDE_DIR}/core/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit/core)
 
 # Where an external platform was found: the package config and the pkg-config file
 # record it, because the targets file names osal_kit::morvex_pal and
