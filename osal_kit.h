@@ -25,6 +25,7 @@
 #include "core/Vector.h"
 #include "core/VectorBase.h"
 #include "core/VectorHelpers.h"
+#include "core/Version.h"
 
 #include "os/ClientSocket.h"
 #include "os/Mutex.h"

@@ -2,6 +2,8 @@
 # headers in its platform/ folder when the stand-ins are built), the shared libraries
 # with their versioned sonames, the CMake package osal_kit (targets osal_kit::osal_kit,
 # osal_kit::morvex_pal, osal_kit::morvex_tools) and the pkg-config file osal_kit.pc.
+# Component "runtime" is what a program needs to run (the versioned libraries),
+# "development" the rest; the packages are cut along that line.
 
 include(CMakePackageConfigHelpers)
 
@@ -9,13 +11,16 @@ set(OSAL_KIT_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/osal_kit CACHE STRIN
     "Where the CMake package goes, relative to the prefix")
 
 install(TARGETS osal_kit EXPORT osal_kitTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/osal_kit.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+install(FILES ${PROJECT_SOURCE_DIR}/osal_kit.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit
+    COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/core ${PROJECT_SOURCE_DIR}/os ${PROJECT_SOURCE_DIR}/extensions
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit COMPONENT development
     FILES_MATCHING PATTERN "*.h" PATTERN "private" EXCLUDE)
+install(FILES ${OSAL_KIT_GENERATED_INCLUDE_DIR}/core/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osal_kit/core
+    COMPONENT development)
 
 # Where an external platform was found: the package config and the pkg-config file
 # record it, because the targets file names osal_kit::morvex_pal and
@@ -24,7 +29,8 @@ if(OSAL_KIT_PLATFORM STREQUAL "external")
     get_target_property(OSAL_KIT_EXTERNAL_TOOLS_INCLUDE_DIR osal_kit::morvex_tools INTERFACE_INCLUDE_DIRECTORIES)
 endif()
 
-install(EXPORT osal_kitTargets NAMESPACE osal_kit:: DESTINATION ${OSAL_KIT_INSTALL_CMAKEDIR})
+install(EXPORT osal_kitTargets NAMESPACE osal_kit:: DESTINATION ${OSAL_KIT_INSTALL_CMAKEDIR}
+    COMPONENT development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/osal_kitConfig.cmake.in
     ${PROJECT_BINARY_DIR}/osal_kitConfig.cmake
     INSTALL_DESTINATION ${OSAL_KIT_INSTALL_CMAKEDIR})
@@ -32,7 +38,7 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/osal_kitConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/osal_kitConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/osal_kitConfig.cmake ${PROJECT_BINARY_DIR}/osal_kitConfigVersion.cmake
-    DESTINATION ${OSAL_KIT_INSTALL_CMAKEDIR})
+    DESTINATION ${OSAL_KIT_INSTALL_CMAKEDIR} COMPONENT development)
 
 # pkg-config: the prefix is found from the file's own place, so an install made with
 # `cmake --install --prefix`, or moved afterwards, still describes itself.
@@ -68,4 +74,4 @@ else()
     set(OSAL_KIT_PC_PLATFORM_LIBS "-lmorvex_tools -lmorvex_pal")
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/osal_kit.pc.in ${PROJECT_BINARY_DIR}/osal_kit.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/osal_kit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/osal_kit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

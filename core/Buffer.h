@@ -55,6 +55,7 @@ public:
     unsigned int getSize() const { return mSize; }
     /// Bytes the current block holds.
     unsigned int getCapacity() const { return mBuffer.getCapacity(); }
+    /// The step of the capacity: blocks are whole multiples of this many bytes.
     unsigned int getBlockSize() const { return mBlockSize; }
 
     /// The smallest multiple of the block size not below `n` (0 for 0); 0 when no such
@@ -65,10 +66,12 @@ public:
     /// or always with `force`; it keeps the first min(old size, newSize) bytes. Without
     /// memory (or for a size that cannot be rounded up in 32 bits) nothing changes.
     void resize(unsigned int newSize, bool force);
+    /// As `resize(newSize, false)`: a new block only when the rounded size changes.
     void resize(unsigned int newSize) { resize(newSize, false); }
     /// Grows the used size to `n` when it is smaller (as `resize(n, force)`); otherwise,
     /// with `force`, makes a private copy at the same size. Never lowers the size.
     void reserve(unsigned int n, bool force);
+    /// As `reserve(n, false)`: grows the used size only, never un-shares.
     void reserve(unsigned int n) { reserve(n, false); }
 
     /// Writes `length` bytes from `src` at `offset`, growing the buffer to cover them
@@ -80,9 +83,11 @@ public:
     /// returns how many; 0 for a null `dst` or an `offset` at or past the used size.
     unsigned int copyFrom(void* dst, unsigned int length, unsigned int offset) const;
 
+    ///@{
     /// Equal used sizes and equal used bytes; block sizes and capacities do not matter.
     bool operator==(const CBuffer& other) const;
     bool operator!=(const CBuffer& other) const { return !(*this == other); }
+    ///@}
 
 private:
     friend OSAL_KIT_API const IIStream& operator>>(const IIStream& stream, CBuffer& buffer);

@@ -27,16 +27,19 @@ class OSAL_KIT_API CDateAndTime {
 public:
     /// A calendar date. Defaults to 1969-01-01.
     struct OSAL_KIT_API SDate {
-        unsigned short mYear;
+        unsigned short mYear; ///< 1969..3000 in a valid date
         unsigned char mMonth; ///< 1..12
         unsigned char mDay;   ///< 1..31
 
         SDate();
+        /// The fields as given; nothing is checked.
         SDate(unsigned short year, unsigned char month, unsigned char day);
 
+        ///@{
         /// All three fields equal.
         bool operator==(SDate const& other) const;
         bool operator!=(SDate const& other) const { return !(*this == other); }
+        ///@}
         /// As `CDateAndTime::isLeapYear(mYear)`.
         bool isLeapYear() const;
         /// As `CDateAndTime::isDateValid(*this)`.
@@ -51,11 +54,14 @@ public:
         unsigned int mMicros;  ///< 0..999,999
 
         STime();
+        /// The fields as given; nothing is checked.
         STime(unsigned char hour, unsigned char minute, unsigned char second, unsigned int micros);
 
+        ///@{
         /// All four fields equal.
         bool operator==(STime const& other) const;
         bool operator!=(STime const& other) const { return !(*this == other); }
+        ///@}
         /// As `CDateAndTime::isTimeValid(*this)`.
         bool isValid() const;
     };
@@ -73,8 +79,11 @@ public:
     /// As `setDateAndTime(date, time, hourOffset)`.
     CDateAndTime(SDate const& date, STime const& time, int hourOffset);
 
+    ///@{
+    /// The value itself: microseconds since 1969-01-01 00:00:00.
     void setMicroseconds(unsigned long long micros) { mMicroseconds = micros; }
     unsigned long long getMicroseconds() const { return mMicroseconds; }
+    ///@}
 
     /// From microseconds since 1970-01-01 00:00:00 (wrapping modulo 2^64).
     void setMicrosecondsFromUnixBaseTime(unsigned long long unixMicros);
@@ -95,6 +104,7 @@ public:
     /// on into the following month; a month outside 1..12 is taken as 1 (below) or 12
     /// (above).
     void setDate(SDate const& date);
+    /// As `setDate(SDate(year, month, day))`.
     void setDate(unsigned short year, unsigned char month, unsigned char day);
     /// The date of the instant (the year keeps its low 16 bits beyond 65,535).
     void getDate(SDate& date) const;
@@ -102,6 +112,7 @@ public:
     /// Replaces the time of day and keeps the day; `hourOffset` is added to the hour,
     /// so a negative sum moves into the previous day.
     void setTime(STime const& time, int hourOffset);
+    /// As `setTime(STime(hour, minute, second, micros), 0)`.
     void setTime(unsigned char hour, unsigned char minute, unsigned char second, unsigned int micros);
     /// The time of day of the instant shifted by `hourOffset` hours (hour 0..23).
     void getTime(STime& time, int hourOffset) const;
@@ -109,6 +120,7 @@ public:
     /// Day number of `date` times one day plus the time of day with `hourOffset` added
     /// to its hour.
     void setDateAndTime(SDate const& date, STime const& time, int hourOffset);
+    /// As `setDateAndTime(SDate(year, month, day), STime(hour, minute, second, micros), 0)`.
     void setDateAndTime(unsigned short year, unsigned char month, unsigned char day, unsigned char hour,
                         unsigned char minute, unsigned char second, unsigned int micros);
     /// Date and time of day of the instant shifted by `hourOffset` hours.
@@ -127,6 +139,7 @@ public:
     static void getDateFromDays(unsigned int days, SDate& date);
     /// 0 = Monday .. 6 = Sunday; day 0 is a Wednesday (2).
     static unsigned char getDayOfWeek(unsigned int days);
+    /// The weekday of `date`, as `getDayOfWeek(getDaysFromDate(date))`.
     static unsigned char getDayOfWeek(SDate const& date);
     /// Microseconds of the time of day, the hour shifted by `hourOffset`; a negative
     /// hour sum gives the count that, added to a day's start, lands that many hours

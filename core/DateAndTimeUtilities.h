@@ -57,7 +57,7 @@ enum eFormatOptions {
 /// the library applies it to a `CDateAndTime`.
 struct OSAL_KIT_API STimeZoneOffset {
     int mOffsetMinutes; ///< -720 .. 840 when valid
-    bool mIsValid;
+    bool mIsValid;      ///< false: `mOffsetMinutes` means nothing
 
     /// Offset 0, not valid.
     STimeZoneOffset();
@@ -70,12 +70,15 @@ struct OSAL_KIT_API STimeZoneOffset {
     bool Set(signed char const& hours, unsigned char const& minutes);
     /// Offset 0, valid.
     void SetUTC();
+    /// False for a default offset, and for one whose constructor's `Set` refused.
     bool IsValid() const { return mIsValid; }
     /// Valid and 0.
     bool IsUTC() const { return mIsValid && mOffsetMinutes == 0; }
+    ///@{
     /// Both valid with equal offsets; two offsets that are not valid are not equal.
     bool operator==(STimeZoneOffset const& other) const;
     bool operator!=(STimeZoneOffset const& other) const { return !(*this == other); }
+    ///@}
 
     /// Reads "" or "Z" (UTC), or a sign followed by hhmm or hh:mm ("+05:30", "-0330").
     /// Anything else ("+5:30", "05:30", "z", "+14:01") returns false and changes nothing.

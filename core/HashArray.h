@@ -16,13 +16,18 @@ namespace PAL {
 /// it, or pass traits of your own, for other key types: equal keys must hash alike.
 template <typename K>
 struct THashKeyTraits {
+    /// The key converted to `unsigned int`.
     static unsigned int hash(const K& key) { return static_cast<unsigned int>(key); }
+    /// `a == b`.
     static bool equal(const K& a, const K& b) { return a == b; }
 };
 
+/// `CString` keys: hashed over their bytes, equal as `CString::operator==` says.
 template <>
 struct THashKeyTraits<CString> {
+    /// `getHashValueForString(key)`.
     static unsigned int hash(const CString& key) { return getHashValueForString(key); }
+    /// `a == b`.
     static bool equal(const CString& a, const CString& b) { return a == b; }
 };
 
@@ -136,9 +141,12 @@ public:
         }
         return add(key, value);
     }
+    ///@{
     /// The value of `key`, or null when it is absent.
     V* find(const K& key) { return valueOf(lookup(KeyStore::forLookup(key))); }
     const V* find(const K& key) const { return valueOf(lookup(KeyStore::forLookup(key))); }
+    ///@}
+    /// Whether `key` is present.
     bool contains(const K& key) const { return lookup(KeyStore::forLookup(key)) != 0; }
     /// Removes `key`, destroying its key and value; false when it is absent.
     bool remove(const K& key) { return CHashArrayImpl::remove(KeyStore::forLookup(key)); }

@@ -8,9 +8,9 @@ namespace PAL {
 /// One entry of a `CHashArrayImpl`. In the bucket array, `next` is null for an empty
 /// bucket; every non-empty chain ends with a pointer to its container's sentinel.
 struct CHashArrayItem {
-    void* key;
-    void* value;
-    CHashArrayItem* next;
+    void* key;            ///< as the typed subclass keeps keys (see `keyKind`)
+    void* value;          ///< as the typed subclass keeps values
+    CHashArrayItem* next; ///< the chain's next item, or the sentinel after the last
 };
 
 /// The untyped engine of a chained hash table with pointer-sized keys and values.
@@ -48,12 +48,15 @@ protected:
     virtual unsigned int hashKey(void* key) const = 0;
     /// 3: keys are equal exactly when the pointers are; anything else: ask `keysEqual`.
     virtual int keyKind() const = 0;
+    /// Whether a stored key equals `key`; asked only when `keyKind()` is not 3.
     virtual bool keysEqual(void* storedKey, void* key) const = 0;
     /// Releases what a stored key owns; gets the address of the key field.
     virtual void destroyKey(void* keySlot) = 0;
+    /// Releases what a stored value owns; gets the address of the value field.
     virtual void destroyValue(void* valueSlot) = 0;
     /// May replace the key at `keySlot` by an owned copy that hashes and compares like it.
     virtual void copyKey(void* keySlot) = 0;
+    /// May replace the value at `valueSlot` by an owned copy.
     virtual void copyValue(void* valueSlot) = 0;
 
 public:
@@ -117,6 +120,9 @@ public:
     unsigned int capacity() const { return mGrowLimit; }
 
 protected:
+    ///@{
+    /// The engine's state, protected so that a typed subclass can read it (`THashArray`
+    /// copies `mBucketCount`); only the functions above change it.
     mutable CHashArrayItem mEnd;
     CHashArrayItem* mpTable;
     mutable CHashArrayItem* mpIterBucket;
@@ -125,6 +131,7 @@ protected:
     unsigned int mShrinkLimit;
     unsigned int mGrowLimit;
     unsigned int mCount;
+    ///@}
 
 private:
     void adoptBuckets(CHashArrayItem* buckets, unsigned int n);

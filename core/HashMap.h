@@ -68,9 +68,12 @@ public:
         }
         return add(key, mValues.create());
     }
+    ///@{
     /// The value of `key`, or null when it is absent.
     V* find(unsigned int key) { return valueOf(lookup(key)); }
     const V* find(unsigned int key) const { return valueOf(lookup(key)); }
+    ///@}
+    /// Whether `key` is present.
     bool contains(unsigned int key) const { return lookup(key) != 0; }
 
     /// Calls `visit(unsigned int, V&)` once for every key, in the map's order.

@@ -7,9 +7,9 @@ namespace PAL {
 
 /// One entry of a `CHashMapImpl`; every chain ends with a pointer to the map's sentinel.
 struct CHashMapItem {
-    unsigned int key;
-    void* value;
-    CHashMapItem* next;
+    unsigned int key;   ///< the key, which is also its hash
+    void* value;        ///< as the typed subclass keeps values
+    CHashMapItem* next; ///< the chain's next item, or the sentinel after the last
 };
 
 /// The untyped engine of a map from `unsigned int` keys to pointer-sized values.
@@ -113,6 +113,10 @@ public:
     unsigned int capacity() const { return mBucketCount + mBucketCount / 2; }
 
 protected:
+    ///@{
+    /// The engine's state, protected so that a typed subclass can read it (`THashMap`
+    /// copies `mBucketCount` and `mInitialBucketCount`, and sets the latter in its copy
+    /// constructor); only the functions above change the rest.
     unsigned int mBucketZeroKey;
     unsigned int mEmptyKey;
     unsigned int mInitialBucketCount;
@@ -128,6 +132,7 @@ protected:
     unsigned int mOldBucketCount;
     unsigned int mOldMask;
     unsigned int mLastAccessedKey;
+    ///@}
 
 private:
     void zeroFields();

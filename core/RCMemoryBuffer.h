@@ -56,16 +56,20 @@ public:
     /// leaves the handle empty.
     void removeRef();
 
+    ///@{
     /// The first data byte; null for an empty handle.
     void* getBuffer() { return mpRep->mpData; }
     const void* getBuffer() const { return mpRep->mpData; }
+    ///@}
     /// Data bytes in the block; 0 for an empty handle.
     unsigned int getCapacity() const { return mpRep->mCapacity; }
 
     /// The same block, or two non-empty blocks of equal capacity and equal bytes; an
     /// empty handle equals only another empty handle.
+    ///@{
     bool operator==(const CRCMemoryBuffer& other) const;
     bool operator!=(const CRCMemoryBuffer& other) const { return !(*this == other); }
+    ///@}
 
 private:
     friend class CBuffer;

@@ -69,17 +69,27 @@ public:
         /// NUL after the position is read, that NUL and anything beyond it giving zero
         /// bits (so "\xC3" before the terminator decodes as 0xC0).
         unsigned int operator*() const;
+        ///@{
+        /// One character forward, stopping at the end.
         const_iterator& operator++();
         const_iterator operator++(int);
+        ///@}
+        ///@{
+        /// One character back; from the first character to the sentinel, and from the
+        /// sentinel to the first character again.
         const_iterator& operator--();
         const_iterator operator--(int);
+        ///@}
         /// Moves `steps` characters, backward when negative.
         const_iterator& operator+=(int steps);
         /// A copy moved `steps` characters.
         const_iterator operator+(int steps) const;
 
+        ///@{
+        /// The same byte position.
         bool operator==(const const_iterator& other) const { return mPosition == other.mPosition; }
         bool operator!=(const const_iterator& other) const { return mPosition != other.mPosition; }
+        ///@}
 
         /// The byte the iterator points at (inside the string's text, its terminator or its sentinel).
         const char* getPosition() const { return mPosition; }
@@ -138,15 +148,20 @@ public:
     unsigned int getLength() const { return mpData->mNumChars; }
     /// Bytes of text, without the terminator.
     unsigned int getSize() const { return mpData->mByteLength; }
+    /// No characters.
     bool isEmpty() const { return mpData->mNumChars == 0; }
     /// The NUL-terminated UTF-8 text; valid until the string is next changed or destroyed.
     const char* getBuffer() const { return mpData->mText; }
+    /// The first character's position (the end's, for an empty string).
     const_iterator begin() const { return const_iterator(mpData->mText); }
+    /// The position of the terminator, one past the last character.
     const_iterator end() const { return const_iterator(mpData->mText + mpData->mByteLength); }
 
+    ///@{
     /// Equal character counts and equal text up to the first NUL.
     bool operator==(const CString& other) const;
     bool operator!=(const CString& other) const { return !(*this == other); }
+    ///@}
 
     /// Adds `text` at the end; the string may be `text` itself (the text is then doubled).
     /// An empty `text` changes nothing, not even the sharing.

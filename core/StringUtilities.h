@@ -23,25 +23,25 @@ namespace StringUtilities {
 /// One code point mapped to one code point.
 template <class T>
 struct TSimpleCaseMappingTableEntry {
-    T mCharacter;
-    T mMappedCharacter;
+    T mCharacter;       ///< the code point mapped
+    T mMappedCharacter; ///< the code point it becomes
 };
 
 /// `mCount` consecutive code points from `mFirstCharacter`, mapped to as many
 /// consecutive code points from `mFirstMappedCharacter`.
 template <class T>
 struct TRangeCaseMappingTableEntry {
-    T mFirstCharacter;
-    T mCount;
-    T mFirstMappedCharacter;
+    T mFirstCharacter;       ///< the range's first code point
+    T mCount;                ///< code points in the range
+    T mFirstMappedCharacter; ///< the code point `mFirstCharacter` becomes
 };
 
 /// One code point mapped to `mNumReplacements` code points (UCS-2 units in 16-bit tables).
 template <class T>
 struct TSpecialCaseMappingTableEntry {
-    T mCharacter;
-    T mNumReplacements;
-    const T* mpReplacements;
+    T mCharacter;            ///< the code point mapped
+    T mNumReplacements;      ///< how many code points it becomes
+    const T* mpReplacements; ///< the code points it becomes
 };
 
 /// One direction of case mapping: 16-bit tables for code points up to U+FFFF, 32-bit
@@ -49,6 +49,8 @@ struct TSpecialCaseMappingTableEntry {
 /// by ascending code point, ranges do not overlap, and no code point is in two tables of
 /// one direction; `doCaseMapping` relies on that and never writes the tables.
 struct SCaseMappingTable {
+    ///@{
+    /// A table: the count of its entries and the first of them, both 0 when absent.
     unsigned int mNumSimple16;
     const TSimpleCaseMappingTableEntry<unsigned short>* mpSimple16;
     unsigned int mNumRange16;
@@ -61,21 +63,26 @@ struct SCaseMappingTable {
     const TRangeCaseMappingTableEntry<unsigned int>* mpRange32;
     unsigned int mNumSpecial32;
     const TSpecialCaseMappingTableEntry<unsigned int>* mpSpecial32;
+    ///@}
 };
 
 /// The shipped mappings: Unicode 4.0 letters of the Basic Multilingual Plane, with
 /// unconditional multi-character mappings (U+0130 to lower case; U+00DF, the ligatures
 /// and others to upper case) and without locale or context rules such as final sigma.
 /// Constant, readable from any thread.
+///@{
 OSAL_KIT_API extern const SCaseMappingTable sToLowerCaseMappingTable;
 OSAL_KIT_API extern const SCaseMappingTable sToUpperCaseMappingTable;
+///@}
 
 /// The Unicode version whose case mappings the shipped tables hold ("4.0"), and the
 /// version of the character database they were generated from.
+///@{
 OSAL_KIT_API extern const char TO_LOWER_CASE_MAP_UNICODE_VERSION[];
 OSAL_KIT_API extern const char TO_LOWER_CASE_MAP_SOURCE_DATA_VERSION[];
 OSAL_KIT_API extern const char TO_UPPER_CASE_MAP_UNICODE_VERSION[];
 OSAL_KIT_API extern const char TO_UPPER_CASE_MAP_SOURCE_DATA_VERSION[];
+///@}
 
 /// Maps `text` to lower case in place, code point by code point, without locale or
 /// context (U+03A3 always becomes U+03C3). One code point may become several (U+0130
@@ -93,7 +100,7 @@ OSAL_KIT_API void toUpper(CString& text);
 OSAL_KIT_API void doCaseMapping(CString& text, const SCaseMappingTable& table);
 
 /// Parses the whole of `text` (up to its first NUL) as a signed decimal number: white
-/// space (space, \t, \n, \v, \f, \r) around it, at most one sign directly before the
+/// space (space, `\t`, `\n`, `\v`, `\f`, `\r`) around it, at most one sign directly before the
 /// digits. Returns false, leaving `value` unchanged, for anything else, for no digits
 /// or for a value outside [-2147483648, 2147483647].
 ///

@@ -24,21 +24,24 @@ public:
     /// microseconds split. `getSpan` fills it with hours 0..23, minutes and seconds
     /// 0..59 and microseconds 0..999,999; `isValid` checks those ranges.
     struct OSAL_KIT_API Span {
-        bool mIsNegative;
-        unsigned char mHours;
-        unsigned char mMinutes;
-        unsigned char mSeconds;
-        unsigned int mDays;
-        unsigned int mMicros;
+        bool mIsNegative;       ///< the sign of the whole span; the fields below are its size
+        unsigned char mHours;   ///< 0..23 from `getSpan`
+        unsigned char mMinutes; ///< 0..59 from `getSpan`
+        unsigned char mSeconds; ///< 0..59 from `getSpan`
+        unsigned int mDays;     ///< whole days
+        unsigned int mMicros;   ///< 0..999,999 from `getSpan`
 
         /// Zero, not negative.
         Span();
+        /// The fields as given; nothing is checked.
         Span(bool isNegative, unsigned int days, unsigned char hours, unsigned char minutes,
              unsigned char seconds, unsigned int micros);
 
+        ///@{
         /// All six fields equal.
         bool operator==(Span const& other) const;
         bool operator!=(Span const& other) const { return !(*this == other); }
+        ///@}
         /// As `CTimeSpan::isSpanValid(*this)`.
         bool isValid() const;
     };

@@ -32,10 +32,11 @@ public:
     struct OSAL_KIT_API tListInfo {
         /// No token: the shared empty string and `mIsEmpty` true.
         tListInfo() : mList(), mIsEmpty(true) {}
+        /// The fields as given.
         tListInfo(const CString& list, const bool& isEmpty) : mList(list), mIsEmpty(isEmpty) {}
 
-        CString mList;
-        bool mIsEmpty;
+        CString mList;  ///< the tokens joined by the separator
+        bool mIsEmpty;  ///< no token at all (an empty `mList` may also be one empty token)
     };
 
     /// ",", the separator for callers that have no other.

@@ -74,6 +74,7 @@ public:
     /// The element at `index`, or null unless `0 <= index < size()`. Valid until the
     /// vector next changes size or capacity.
     T* get(int index) { return checkGet(index, __LINE__) ? mpData + index : nullptr; }
+    /// As the other `get`, for a const vector.
     const T* get(int index) const { return checkGet(index, __LINE__) ? mpData + index : nullptr; }
 
 protected:

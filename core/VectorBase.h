@@ -60,8 +60,8 @@ protected:
     /// Returns storage of `allocateStorage` with the standard `free`; null is fine.
     static void releaseStorage(void* storage);
 
-    int mSize;
-    int mCapacity;
+    int mSize;     ///< live elements, at the front of the storage
+    int mCapacity; ///< elements the storage has room for
 
     friend OSAL_KIT_API void swap(CVectorBase& a, CVectorBase& b);
 };

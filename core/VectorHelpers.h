@@ -34,6 +34,7 @@ public:
 /// How `PAL::copy` assigns scalar and pointer elements: one `memmove`.
 class CCopyHelperSimple {
 public:
+    /// Assigns `src[0 .. n)` to `dst[0 .. n)`; the ranges may overlap.
     template <typename T>
     static void copy(T* dst, const T* src, int n)
     {
@@ -83,6 +84,7 @@ public:
 /// direction that is safe for overlapping ranges.
 class CCopyHelperComplex {
 public:
+    /// Assigns `src[0 .. n)` to `dst[0 .. n)`; the ranges may overlap.
     template <typename T>
     static void copy(T* dst, const T* src, int n)
     {
@@ -104,7 +106,9 @@ public:
 /// to one thread.
 template <typename T>
 struct TVectorHelpers {
+    /// Construction and destruction in raw slots: `CVectorHelperSimple` or `CVectorHelperComplex`.
     typedef typename std::conditional<std::is_scalar<T>::value, CVectorHelperSimple, CVectorHelperComplex>::type Vector;
+    /// Assignment over live elements: `CCopyHelperSimple` or `CCopyHelperComplex`.
     typedef typename std::conditional<std::is_scalar<T>::value, CCopyHelperSimple, CCopyHelperComplex>::type Copy;
 };
 

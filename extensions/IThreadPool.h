@@ -51,8 +51,11 @@ public:
     public:
         /// Empty name, ids 0.
         TaskInfo();
+        ///@{
+        /// Copies the name and the ids.
         TaskInfo(const TaskInfo& other);
         TaskInfo& operator=(const TaskInfo& other);
+        ///@}
         virtual ~TaskInfo();
 
         /// Back to the empty name and ids 0.
@@ -68,8 +71,11 @@ public:
     public:
         /// Empty name, ids 0, `mWasRunning` false.
         AbortedTaskInfo();
+        ///@{
+        /// Copies the name, the ids and `mWasRunning`.
         AbortedTaskInfo(const AbortedTaskInfo& other);
         AbortedTaskInfo& operator=(const AbortedTaskInfo& other);
+        ///@}
         ~AbortedTaskInfo() override;
 
         /// Also clears `mWasRunning`, through a `TaskInfo&` as well.
@@ -88,8 +94,8 @@ public:
         /// Empty name, flags false, counts 0, no busy queue ids.
         void Reset();
 
-        CString mPoolName;
-        bool mIsStarted;
+        CString mPoolName;                      ///< as given to `CThreadPoolFactory::Create`
+        bool mIsStarted;                        ///< from a successful `Start` to the end of `Stop`
         bool mIsShuttingDown;                   ///< true only while `Stop` ends the threads
         int mTasksListSize;                     ///< tasks waiting for a thread
         unsigned int mMinNumbOfThreads;         ///< of the last successful `Start`

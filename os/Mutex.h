@@ -85,8 +85,8 @@ class OSAL_KIT_API MutexResultStrMap {
 public:
     /// One row: a code and its text.
     struct SEntry {
-        eMorvex_PAL_MutexError mCode;
-        const char* mText;
+        eMorvex_PAL_MutexError mCode; ///< the PAL core's result code
+        const char* mText;            ///< its enumerator's name, static
     };
 
     /// The eleven codes 0 to 10 with their texts, in code order.

@@ -42,9 +42,10 @@ public:
     /// A constant table: any thread may call `Map`.
     class OSAL_KIT_API ResultMap {
     public:
+        /// One row: a PAL core code and the result it stands for.
         struct SPair {
-            eMorvex_PAL_SocketError palCode;
-            eResult result;
+            eMorvex_PAL_SocketError palCode; ///< the PAL core's code
+            eResult result;                  ///< the library's result
         };
         /// The ten pairs, in this order: 0-0, 1-1, 2-2, 3-3, 4-7, 5-8, 6-9, 8-4, 9-10, 10-11.
         static const SPair MAP_TABLE[10];

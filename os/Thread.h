@@ -83,8 +83,8 @@ class OSAL_KIT_API PriorityMap {
 public:
     /// One row: a library priority and its PAL core partner.
     struct SEntry {
-        CThread::ePriority mPriority;
-        eMorvex_PAL_ThreadPrio mPalPriority;
+        CThread::ePriority mPriority;         ///< the library's priority
+        eMorvex_PAL_ThreadPrio mPalPriority;  ///< the PAL core's
     };
 
     /// The seven priorities 0 to 6, each paired with the PAL value of the same number.

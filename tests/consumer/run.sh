@@ -17,7 +17,7 @@ trap 'rm -rf "$work"' EXIT
 # Builds the consumer against the install in $1 both ways; $2 names the install.
 check_consumer() {
     local prefix=$1 what=$2 expected output
-    expected="osal_kit ${version} through %s: \"Grüße\" has 5 characters; 2024-05-17 read: yes"
+    expected="osal_kit ${version} through %s, headers ${version}, library ${version}: \"Grüße\" has 5 characters; 2024-05-17 read: yes"
 
     echo "-- ${what}: find_package"
     cmake -S tests/consumer -B "$work/${what}-cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
@@ -43,7 +43,7 @@ check_consumer() {
 echo "-- installing ${build_dir} into a temporary prefix"
 cmake --install "$build_dir" --prefix "$work/posix" >/dev/null
 for file in include/osal_kit/osal_kit.h include/osal_kit/core/String.h include/osal_kit/os/Mutex.h \
-        include/osal_kit/extensions/JobQueue.h include/osal_kit/platform/morvex_pal.h \
+        include/osal_kit/extensions/JobQueue.h include/osal_kit/platform/morvex_pal.h include/osal_kit/core/Version.h \
         lib/libosal_kit.so.0 lib/libmorvex_pal.so.0 lib/libmorvex_tools.so.0 \
         lib/cmake/osal_kit/osal_kitConfig.cmake lib/pkgconfig/osal_kit.pc; do
     [ -e "$work/posix/$file" ] || { echo "missing from the install: $file"; exit 1; }
