@@ -5,7 +5,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -194,7 +193,10 @@ public:
     {
         delete mpPoolTask;
         mpPoolTask = 0;
-        mTaskName = CString();
+        // Back on the shared empty block without counting it: assigning an empty string
+        // would take the process-wide counter mutex once more per task.
+        mTaskName.~CString();
+        new (&mTaskName) CString();
     }
 
     unsigned int mTaskId;
@@ -206,68 +208,28 @@ private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-public:
-    // Made before the first pool is used (every pool's constructor asks for it), so
-    // two pools never race to create it.
-    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
-    static sMorvex_PAL_Mutex* idMutex();
-
-private:
     static unsigned int nextTaskId();
 
-    // Shared by every pool of the process and taken under spIdMutex; the counter is
-    // atomic as well so that ids stay unique even in a process where the PAL core could
-    // not make that mutex.
+    // Shared by every pool of the process. Each id is drawn by one atomic step, so ids
+    // are unique and follow the order in which records are made, without a mutex.
     static std::atomic<unsigned int> sNextAvailableTaskId;
-    static std::mutex sIdMutexCreation;
 };
 
-std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
 std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
-// Constant-initialised, so it exists before any constructor of the process runs.
-std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
-
-sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
-{
-    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
-    if (handle != 0) {
-        return handle;
-    }
-    std::lock_guard<std::mutex> guard(sIdMutexCreation);
-    handle = spIdMutex.load(std::memory_order_relaxed);
-    if (handle == 0) {
-        // A failed creation leaves it null; the next task tries again.
-        (void)Morvex_PAL_MutexInit(&handle);
-        spIdMutex.store(handle, std::memory_order_release);
-    }
-    return handle;
-}
 
 unsigned int CThreadPool::CTaskElement::nextTaskId()
 {
-    sMorvex_PAL_Mutex* mutex = idMutex();
-    // Refused as recursive, the mutex is still held from a release that failed before:
-    // it is this thread's to release now.
-    const eMorvex_PAL_MutexError taken = mutex != 0 ? Morvex_PAL_MutexWait(mutex) : MUTEX_ERROR_INV_HANDLE;
-    const bool locked = taken == MUTEX_OK || taken == MUTEX_ERROR_RECURSIVE;
-    unsigned int taskId = sNextAvailableTaskId.fetch_add(1u);
+    unsigned int taskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
     if (taskId == 0) {
         // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-        taskId = sNextAvailableTaskId.fetch_add(1u);
-    }
-    // Left held, the process-wide mutex would stop every pool's AddTask on every other
-    // thread: a refused release is asked again.
-    for (unsigned int attempt = 0; locked && attempt < sReleaseAttempts; ++attempt) {
-        if (Morvex_PAL_MutexSignal(mutex) == MUTEX_OK) {
-            break;
-        }
+        taskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
     }
     return taskId;
 }
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
-    CWaitingTasks() : mpSpare(0), mSpareCount(0) {}
+    CWaitingTasks() : mpBlocks(0), mpFree(0), mInUse(0), mNextBlockSize(FIRST_BLOCK_SIZE) {}
     ~CWaitingTasks() { freeSpares(); }
 
     // The pool's threads as a dispatch pass sees them (lock held).
@@ -290,45 +252,71 @@ public:
         CThreadPool& mPool;
     };
 
-    // Records of completed tasks are kept for the next ones, up to a few, to spare the
-    // allocator a round trip per task.
+    // Records live in blocks, made as the backlog first needs them and kept, the free
+    // ones chained, until the pool stops: past its first blocks, a task's record costs
+    // the allocator nothing, however many tasks wait.
     CTaskElement* newElement()
     {
-        CTaskElement* element = mpSpare;
-        if (element == 0) {
-            return new (std::nothrow) CTaskElement;
+        if (mpFree == 0 && !addBlock()) {
+            return 0;
         }
-        mpSpare = static_cast<CTaskElement*>(element->mpNewer);
+        CTaskElement* element = mpFree;
+        mpFree = static_cast<CTaskElement*>(element->mpNewer);
         element->mpNewer = 0;
-        --mSpareCount;
+        ++mInUse;
         return element;
     }
+    // What deleting a record does: its task deleted, its name released.
     void recycle(CTaskElement* element)
     {
         element->release();
-        if (mSpareCount >= SPARE_LIMIT) {
-            delete element;
-            return;
-        }
-        element->mpNewer = mpSpare;
-        mpSpare = element;
-        ++mSpareCount;
+        element->mpNewer = mpFree;
+        mpFree = element;
+        --mInUse;
     }
+    // Frees the blocks once no record is in use. A record still held by a thread that
+    // could not be joined keeps them all: that thread may still complete its task.
     void freeSpares()
     {
-        while (mpSpare != 0) {
-            CTaskElement* next = static_cast<CTaskElement*>(mpSpare->mpNewer);
-            delete mpSpare;
-            mpSpare = next;
+        if (mInUse != 0) {
+            return;
         }
-        mSpareCount = 0;
+        while (mpBlocks != 0) {
+            CTaskElement* next = static_cast<CTaskElement*>(mpBlocks->mpNewer);
+            delete[] mpBlocks;
+            mpBlocks = next;
+        }
+        mpFree = 0;
+        mNextBlockSize = FIRST_BLOCK_SIZE;
     }
 
 private:
-    static const unsigned int SPARE_LIMIT = 32;
+    static const unsigned int FIRST_BLOCK_SIZE = 8;
+    static const unsigned int LARGEST_BLOCK_SIZE = 256;
 
-    CTaskElement* mpSpare; // chained through mpNewer
-    unsigned int mSpareCount;
+    bool addBlock()
+    {
+        // The first record of a block only links the blocks.
+        CTaskElement* block = new (std::nothrow) CTaskElement[mNextBlockSize + 1];
+        if (block == 0) {
+            return false;
+        }
+        block->mpNewer = mpBlocks;
+        mpBlocks = block;
+        for (unsigned int i = mNextBlockSize; i > 0; --i) {
+            block[i].mpNewer = mpFree;
+            mpFree = &block[i];
+        }
+        if (mNextBlockSize < LARGEST_BLOCK_SIZE) {
+            mNextBlockSize *= 2;
+        }
+        return true;
+    }
+
+    CTaskElement* mpBlocks; // chained through mpNewer
+    CTaskElement* mpFree;   // chained through mpNewer
+    unsigned int mInUse;
+    unsigned int mNextBlockSize;
 };
 
 CThreadPool::CThreadPool(CString poolName)
@@ -350,7 +338,6 @@ CThreadPool::CThreadPool(CString poolName)
     if (mpWaitingTasks != 0) {
         (void)Morvex_PAL_MutexInit(&mTSIMutex);
     }
-    (void)CTaskElement::idMutex();
 }
 
 CThreadPool::~CThreadPool()
@@ -743,7 +730,7 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
 
     for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0;) {
         CTaskElement* newer = CWaitingTasks::newer(task);
-        delete task;
+        mpWaitingTasks->recycle(task);
         task = newer;
     }
     mpWaitingTasks->clear();
@@ -812,7 +799,7 @@ void CThreadPool::shutdownThreads()
         // first was never run; nothing else would delete it. A thread that could not be
         // joined may still be running its task, which is then left alone.
         if (element->mWasJoined && element->mpTaskElement != 0) {
-            delete element->mpTaskElement;
+            mpWaitingTasks->recycle(element->mpTaskElement);
             element->mpTaskElement = 0;
         }
         delete element;
@@ -949,7 +936,7 @@ CString CThreadPool::getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThr
             "CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pThreadElement->mpRunTaskSemaphore==0 [pool:%s]");
     }
     pSemaphore = element->mpRunTaskSemaphore;
-    return result;
+    return CString();
 }
 
 CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask)
@@ -970,7 +957,7 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
         return poolText("CThreadPool::getPoolTask: Unexpected: the pool-thread has no associated task [pool:%s]");
     }
     pPoolTask = element->mpTaskElement->mpPoolTask;
-    return result;
+    return CString();
 }
 
 CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask)
@@ -994,7 +981,7 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTa
         element->mpTaskElement = 0;
     }
     if (mIsShuttingDown) {
-        return result;
+        return CString();
     }
     if (ppNextTask != 0) {
         mpCompletingThread = element;
@@ -1007,7 +994,8 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTa
         }
         mpCompletingThread = 0;
     }
-    return result;
+    // Not `result`: returning the empty text by copy would count the shared empty block.
+    return CString();
 }
 
 bool CThreadPool::isQueueIdAvailable(unsigned int queueId)
