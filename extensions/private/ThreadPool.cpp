@@ -3,8 +3,10 @@
 #include "extensions/private/WaitingTasks.h"
 #include "os/private/pal_release.h"
 
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <new>
 
 namespace PAL {
@@ -143,7 +145,7 @@ class CThreadPool::CThreadElement {
 public:
     explicit CThreadElement(const CString& threadName)
         : mThreadName(threadName), mpTaskElement(0), mpPalThread(0), mpRunTaskSemaphore(0), mHasExited(false),
-          mWasJoined(false)
+          mWasJoined(false), mpTaskToFetch(0)
     {
     }
 
@@ -168,6 +170,10 @@ public:
     bool mHasExited;
     // Set by shutdownThreads: only a thread known to have ended gives up its task.
     bool mWasJoined;
+    // The task attached for the thread to take when it is woken, which it takes without
+    // the lock; whoever empties the slot first (the thread, or a wake-up that failed and
+    // takes the task back) has it.
+    std::atomic<CTaskElement*> mpTaskToFetch;
 
 private:
     CThreadElement(const CThreadElement&) = delete;
@@ -229,7 +235,11 @@ unsigned int CThreadPool::CTaskElement::nextTaskId()
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
-    CWaitingTasks() : mpBlocks(0), mpFree(0), mInUse(0), mNextBlockSize(FIRST_BLOCK_SIZE) {}
+    CWaitingTasks()
+        : mWakeUp(), mpBlocks(0), mpFree(0), mInUse(0), mNextBlockSize(FIRST_BLOCK_SIZE), mWakeUpsInFlight(0),
+          mAwaitingWakeUps(false)
+    {
+    }
     ~CWaitingTasks() { freeSpares(); }
 
     // The pool's threads as a dispatch pass sees them (lock held).
@@ -245,7 +255,12 @@ public:
         }
         CString uninitializedThreads(unsigned int& count) { return mPool.getNumbOfUninitializedThreads(count); }
         CString addThread(unsigned int& position) { return mPool.addNewThreadToPool(mPool.mThreadPrio, position); }
-        CString attach(int position, CTaskElement* task) { return mPool.attachTask(position, *task); }
+        CString attach(int position, CTaskElement* task, bool& needsWakeUp)
+        {
+            return mPool.attachTask(position, *task, needsWakeUp);
+        }
+        CString wake(int position, CTaskElement* task) { return mPool.wakeThread(position, *task); }
+        void takeBack(int position, CTaskElement* task) { mPool.detachTask(position, *task); }
         void queueBecameBusy(unsigned int queueId) { mPool.setQueueIdAsBusy(queueId); }
 
     private:
@@ -290,6 +305,32 @@ public:
         mNextBlockSize = FIRST_BLOCK_SIZE;
     }
 
+    // The wake-up the last pass left due, for the operation that ran it to send after
+    // releasing the lock (lock held).
+    SWakeUp mWakeUp;
+
+    // Wake-ups are sent without the lock, so the threads they wake must outlive them:
+    // a stopping pool frees its threads only once none is in flight.
+    void wakeUpStarted() { mWakeUpsInFlight.fetch_add(1u); }
+    void wakeUpEnded()
+    {
+        if (mWakeUpsInFlight.fetch_sub(1u) == 1u && mAwaitingWakeUps.load()) {
+            std::lock_guard<std::mutex> guard(mWakeUpsMutex);
+            mWakeUpsEnded.notify_all();
+        }
+    }
+    void awaitWakeUps()
+    {
+        mAwaitingWakeUps.store(true);
+        {
+            std::unique_lock<std::mutex> guard(mWakeUpsMutex);
+            while (mWakeUpsInFlight.load() != 0) {
+                mWakeUpsEnded.wait(guard);
+            }
+        }
+        mAwaitingWakeUps.store(false);
+    }
+
 private:
     static const unsigned int FIRST_BLOCK_SIZE = 8;
     static const unsigned int LARGEST_BLOCK_SIZE = 256;
@@ -317,6 +358,13 @@ private:
     CTaskElement* mpFree;   // chained through mpNewer
     unsigned int mInUse;
     unsigned int mNextBlockSize;
+
+    // Counted with the lock held, ended without it; the stopping pool waits on the
+    // condition variable only while wake-ups are in flight.
+    std::atomic<unsigned int> mWakeUpsInFlight;
+    std::atomic<bool> mAwaitingWakeUps;
+    std::mutex mWakeUpsMutex;
+    std::condition_variable mWakeUpsEnded;
 };
 
 CThreadPool::CThreadPool(CString poolName)
@@ -437,7 +485,7 @@ CString CThreadPool::AddTask(const CString& taskName, IPoolTask* pPoolTask, cons
     CString result = lock("AddTask");
     if (result.isEmpty()) {
         result = addTask(taskName, pPoolTask, queueId, taskId);
-        (void)unlock("AddTask");
+        unlockAndWake("AddTask", result);
     }
     return result;
 }
@@ -538,7 +586,7 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
         result = taskCompleted(pPalThread, 0);
-        (void)unlock("TaskCompleted");
+        unlockAndWake("TaskCompleted", result);
     }
     return result;
 }
@@ -552,9 +600,44 @@ CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTas
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
         result = taskCompleted(pPalThread, &pNextTask);
-        (void)unlock("TaskCompleted");
+        unlockAndWake("TaskCompleted", result);
     }
     return result;
+}
+
+// The end of AddTask and TaskCompleted: releases the lock, then wakes the thread the
+// dispatch pass left to be woken. A wake-up that fails takes the task back under the
+// lock, as inside the pass: it waits again in its place, the thread stays idle, and the
+// operation returns the failure's text.
+void CThreadPool::unlockAndWake(const char* callerName, CString& result)
+{
+    CWaitingTasks::SWakeUp wakeUp = mpWaitingTasks->mWakeUp;
+    mpWaitingTasks->mWakeUp = CWaitingTasks::SWakeUp();
+    CThreadElement* thread = wakeUp.mpTask != 0 ? mThreadsPtrVector.get(wakeUp.mPosition) : 0;
+    if (thread != 0) {
+        mpWaitingTasks->wakeUpStarted();
+    }
+    // A refused release leaves the lock with this thread.
+    const bool unlocked = unlock(callerName).isEmpty();
+    if (thread == 0) {
+        return;
+    }
+    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
+    if (signalResult != SEMA_OK) {
+        const bool locked = !unlocked || lockAsking(callerName);
+        // A stopping pool deletes the task with its thread. If the lock cannot be had,
+        // the task stays with a thread that will not run it, until the pool stops.
+        CTaskElement* expected = wakeUp.mpTask;
+        if (locked && !mIsShuttingDown && thread->mpTaskToFetch.compare_exchange_strong(expected, 0)) {
+            CWaitingTasks::CThreadsView threads(*this);
+            mpWaitingTasks->takeBack(threads, wakeUp);
+        }
+        result = wakeUpFailedText(signalResult, wakeUp.mPosition, *wakeUp.mpTask);
+        if (locked) {
+            (void)unlock(callerName);
+        }
+    }
+    mpWaitingTasks->wakeUpEnded();
 }
 
 // The three wrappers that go on without the lock. They release only a lock they took:
@@ -786,6 +869,8 @@ void CThreadPool::shutdownThreads()
             }
         }
     }
+    // A wake-up sent without the lock may still be on its way to one of these threads.
+    mpWaitingTasks->awaitWakeUps();
     if (unlocked) {
         (void)lock("shutdownThreads");
     }
@@ -858,11 +943,12 @@ CString CThreadPool::assignTasksToThreads()
         return CString();
     }
     CWaitingTasks::CThreadsView threads(*this);
-    return mpWaitingTasks->dispatch(threads);
+    return mpWaitingTasks->dispatch(threads, mpWaitingTasks->mWakeUp);
 }
 
-CString CThreadPool::attachTask(int position, CTaskElement& task)
+CString CThreadPool::attachTask(int position, CTaskElement& task, bool& needsWakeUp)
 {
+    needsWakeUp = false;
     if (position >= mThreadsPtrVector.size()) {
         return makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
                         "mThreadsPtrVector.size() [%d] [pool:%s].",
@@ -872,17 +958,38 @@ CString CThreadPool::attachTask(int position, CTaskElement& task)
     thread->mpTaskElement = &task;
     if (thread == mpCompletingThread) {
         mCompletingThreadGotTask = true;
-        return CString();
-    }
-    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
-    if (signalResult != 0) {
-        // The thread will not wake for it: the task goes back to being only waiting.
-        thread->mpTaskElement = 0;
-        return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
-                        "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
-                        signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
+    } else {
+        thread->mpTaskToFetch.store(&task, std::memory_order_release);
+        needsWakeUp = true;
     }
     return CString();
+}
+
+CString CThreadPool::wakeThread(int position, CTaskElement& task)
+{
+    const int signalResult = Morvex_PAL_SemaSignal(mThreadsPtrVector.get(position)->mpRunTaskSemaphore);
+    if (signalResult != SEMA_OK) {
+        return wakeUpFailedText(signalResult, position, task);
+    }
+    return CString();
+}
+
+// The thread will not wake for the task: the task goes back to being only waiting.
+void CThreadPool::detachTask(int position, CTaskElement& task)
+{
+    CThreadElement* thread = mThreadsPtrVector.get(position);
+    thread->mpTaskElement = 0;
+    thread->mpTaskToFetch.store(0, std::memory_order_relaxed);
+    if (task.mQueueId != 0) {
+        setQueueIdAsFree(task.mQueueId);
+    }
+}
+
+CString CThreadPool::wakeUpFailedText(int signalResult, int position, const CTaskElement& task) const
+{
+    return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. CThreadElement pos:%d. "
+                    "Name of assiging task: %s. [pool:%s]",
+                    signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
 }
 
 int CThreadPool::poolThread(void* pPool)
@@ -893,18 +1000,25 @@ int CThreadPool::poolThread(void* pPool)
     CThreadPool* pool = static_cast<CThreadPool*>(pPool);
     const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
     sMorvex_PAL_Sema* semaphore = 0;
-    if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
+    CThreadElement* element = 0;
+    if (pool->threadStarting(self, semaphore, element).isEmpty()) {
         IPoolTask* next = 0;
         for (;;) {
-            if (next == 0) {
-                (void)Morvex_PAL_SemaWait(semaphore);
-            }
+            IPoolTask* task = next;
+            const bool woken = task != 0 || Morvex_PAL_SemaWait(semaphore) == SEMA_OK;
             if (pool->mIsShuttingDown) {
                 break;
             }
-            IPoolTask* task = next;
-            if (task == 0 && !pool->GetPoolTask(self, task).isEmpty()) {
-                break;
+            if (task == 0) {
+                // The task was attached, under the lock, before the wake-up was sent; it
+                // is this thread's to take without asking for the lock again. A wait that
+                // failed asks, and so ends the loop if nothing was attached.
+                CTaskElement* fetched = woken ? element->mpTaskToFetch.exchange(0, std::memory_order_acquire) : 0;
+                if (fetched != 0) {
+                    task = fetched->mpPoolTask;
+                } else if (!pool->GetPoolTask(self, task).isEmpty()) {
+                    break;
+                }
             }
             if (task != 0) {
                 task->Run();
@@ -916,6 +1030,22 @@ int CThreadPool::poolThread(void* pPool)
     }
     pool->ThreadExited(self);
     return 0;
+}
+
+// GetRunTaskSemaphoreHandle as a pool thread's loop calls it: also gives the thread its
+// own element, whose attached task it then takes without the lock.
+CString CThreadPool::threadStarting(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore,
+                                    CThreadElement*& pThreadElement)
+{
+    CString result = lock("GetRunTaskSemaphoreHandle");
+    if (result.isEmpty()) {
+        result = getRunTaskSemaphoreHandle(pPalThread, pSemaphore);
+        if (result.isEmpty()) {
+            (void)getThreadElementByPalThreadHandle(pPalThread, pThreadElement);
+        }
+        (void)unlock("GetRunTaskSemaphoreHandle");
+    }
+    return result;
 }
 
 CString CThreadPool::getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore)
@@ -956,6 +1086,8 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
     if (element->mpTaskElement == 0) {
         return poolText("CThreadPool::getPoolTask: Unexpected: the pool-thread has no associated task [pool:%s]");
     }
+    // Taken here, it is no longer there for a failed wake-up to take back.
+    element->mpTaskToFetch.store(0, std::memory_order_relaxed);
     pPoolTask = element->mpTaskElement->mpPoolTask;
     return CString();
 }
