@@ -5,6 +5,7 @@
 
 #include "extensions/IThreadPool.h"
 #include "extensions/ThreadPoolFactory.h"
+#include "morvex_pal_fault.h"
 
 #include <QRunnable>
 #include <QThreadPool>
@@ -125,6 +126,38 @@ private:
     Tally& mTally;
 };
 
+// The pool's per-task path in platform calls, from the stand-ins' own call counters:
+// mutex takes (the pool's lock and every string count alike), semaphore signals
+// (wake-ups) and tracked allocations (the benchmark's task objects included).
+class PalCallsPerTask {
+public:
+    PalCallsPerTask()
+    {
+        for (std::size_t i = 0; i < CALLS; ++i) {
+            mBefore[i] = Morvex_Fault_Calls(sCalls[i].function);
+        }
+    }
+    void report(benchmark::State& state, std::int64_t tasks) const
+    {
+        const double count = static_cast<double>(state.iterations() * tasks);
+        for (std::size_t i = 0; i < CALLS; ++i) {
+            state.counters[sCalls[i].name] =
+                benchmark::Counter(static_cast<double>(Morvex_Fault_Calls(sCalls[i].function) - mBefore[i]) / count);
+        }
+    }
+
+private:
+    struct Call {
+        eMorvex_FaultFunction function;
+        const char* name;
+    };
+    static constexpr std::size_t CALLS = 3;
+    static constexpr Call sCalls[CALLS] = {{MORVEX_FAULT_MutexWait, "mutex_waits_per_task"},
+                                          {MORVEX_FAULT_SemaSignal, "sema_signals_per_task"},
+                                          {MORVEX_FAULT_zmalloc, "allocations_per_task"}};
+    unsigned long long mBefore[CALLS];
+};
+
 struct OsalPool {
     explicit OsalPool(unsigned int threads) : pool(PAL::CThreadPoolFactory::Create("bench"))
     {
@@ -163,6 +196,7 @@ void PoolNoopTasks_osal_kit(benchmark::State& state)
         return;
     }
     const PAL::CString name("noop");
+    const PalCallsPerTask calls;
     for (auto _ : state) {
         Tally tally(tasks);
         for (std::int64_t i = 0; i < tasks; ++i) {
@@ -176,6 +210,7 @@ void PoolNoopTasks_osal_kit(benchmark::State& state)
         }
     }
     state.SetItemsProcessed(state.iterations() * tasks);
+    calls.report(state, tasks);
 }
 
 void PoolOneQueueId_osal_kit(benchmark::State& state)
@@ -187,6 +222,7 @@ void PoolOneQueueId_osal_kit(benchmark::State& state)
         return;
     }
     const PAL::CString name("serial");
+    const PalCallsPerTask calls;
     for (auto _ : state) {
         Tally tally(tasks);
         for (std::int64_t i = 0; i < tasks; ++i) {
@@ -200,6 +236,7 @@ void PoolOneQueueId_osal_kit(benchmark::State& state)
         }
     }
     state.SetItemsProcessed(state.iterations() * tasks);
+    calls.report(state, tasks);
 }
 
 // The first task holds its queue until every task is in, so the whole backlog waits
@@ -212,6 +249,7 @@ void queueIdBacklog(benchmark::State& state, std::int64_t tasks)
         return;
     }
     const PAL::CString name("backlog");
+    const PalCallsPerTask calls;
     for (auto _ : state) {
         Tally tally(tasks);
         Latch allAdded(1);
@@ -228,6 +266,7 @@ void queueIdBacklog(benchmark::State& state, std::int64_t tasks)
         }
     }
     state.SetItemsProcessed(state.iterations() * tasks);
+    calls.report(state, tasks);
 }
 
 void PoolQueueIdBacklog100k_osal_kit(benchmark::State& state)
@@ -500,6 +539,7 @@ void wakeupOsal(benchmark::State& state)
     const PAL::CString name("wake");
     Semaphore done;
     Latencies latencies;
+    const PalCallsPerTask calls;
     for (auto _ : state) {
         for (std::int64_t i = 0; i < rounds; ++i) {
             const auto start = std::chrono::steady_clock::now();
@@ -512,6 +552,7 @@ void wakeupOsal(benchmark::State& state)
         }
     }
     latencies.report(state, rounds);
+    calls.report(state, rounds);
 }
 
 void signalFromGlib(gpointer data, gpointer)

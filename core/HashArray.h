@@ -112,9 +112,12 @@ template <typename K, typename V, typename Traits = THashKeyTraits<K> >
 class THashArray : protected CHashArrayImpl {
 public:
     /// An empty table with room for about twice `initialSize` items before it grows.
-    explicit THashArray(unsigned int initialSize = 16) : CHashArrayImpl(initialSize), mAdopting(false) {}
+    explicit THashArray(unsigned int initialSize = 16)
+        : CHashArrayImpl(initialSize), mAdopting(false), mDiscarding(false)
+    {
+    }
     /// Copies every key and value of `other`.
-    THashArray(const THashArray& other) : CHashArrayImpl(other.mBucketCount), mAdopting(false)
+    THashArray(const THashArray& other) : CHashArrayImpl(other.mBucketCount), mAdopting(false), mDiscarding(false)
     {
         addCopiesOf(other);
     }
@@ -122,32 +125,44 @@ public:
     THashArray& operator=(const THashArray& other)
     {
         if (this != &other) {
-            destroy();
-            mValues.release();
+            discardAll();
             init(other.mBucketCount);
             addCopiesOf(other);
         }
         return *this;
     }
-    ~THashArray() { destroy(); }
+    ~THashArray() { discardAll(); }
 
     /// Adds `key` with a copy of `value`, or assigns `value` to the value of a present
     /// key. False when memory ran out; the table is then unchanged.
     bool insert(const K& key, const V& value)
     {
-        if (V* present = find(key)) {
-            *present = value;
+        CHashArrayItem* bucket = 0;
+        if (CHashArrayItem* present = findItem(key, bucket)) {
+            *static_cast<V*>(present->value) = value;
             return true;
         }
-        return add(key, value);
+        return add(key, value, bucket);
     }
     ///@{
     /// The value of `key`, or null when it is absent.
-    V* find(const K& key) { return valueOf(lookup(KeyStore::forLookup(key))); }
-    const V* find(const K& key) const { return valueOf(lookup(KeyStore::forLookup(key))); }
+    V* find(const K& key)
+    {
+        CHashArrayItem* bucket = 0;
+        return valueOf(findItem(key, bucket));
+    }
+    const V* find(const K& key) const
+    {
+        CHashArrayItem* bucket = 0;
+        return valueOf(findItem(key, bucket));
+    }
     ///@}
     /// Whether `key` is present.
-    bool contains(const K& key) const { return lookup(KeyStore::forLookup(key)) != 0; }
+    bool contains(const K& key) const
+    {
+        CHashArrayItem* bucket = 0;
+        return findItem(key, bucket) != 0;
+    }
     /// Removes `key`, destroying its key and value; false when it is absent.
     bool remove(const K& key) { return CHashArrayImpl::remove(KeyStore::forLookup(key)); }
 
@@ -173,8 +188,8 @@ public:
     /// Destroys every item and starts again with 2 buckets.
     void clear()
     {
-        CHashArrayImpl::clear();
-        mValues.release();
+        discardAll();
+        init(2);
     }
     /// Number of items.
     using CHashArrayImpl::size;
@@ -184,14 +199,15 @@ public:
 protected:
     // Keys and values are owned copies. `insert` makes them before the engine sees them
     // and lets the engine adopt them as they are; otherwise a copy is made here, and
-    // one that finds no memory leaves a null that hashes and compares safely.
-    unsigned int hashKey(void* key) const override
+    // one that finds no memory leaves a null that hashes and compares safely. Hashing
+    // and comparing are final: `find` does both itself, through `Traits`.
+    unsigned int hashKey(void* key) const final
     {
         typename KeyStore::Scratch scratch;
         return KeyStore::usable(key) ? Traits::hash(KeyStore::key(key, scratch)) : 0;
     }
-    int keyKind() const override { return KeyStore::KIND; }
-    bool keysEqual(void* storedKey, void* key) const override
+    int keyKind() const final { return KeyStore::KIND; }
+    bool keysEqual(void* storedKey, void* key) const final
     {
         if (KeyStore::KIND == 3) {
             return storedKey == key;
@@ -205,7 +221,11 @@ protected:
     void destroyValue(void* slot) override
     {
         V** value = static_cast<V**>(slot);
-        mValues.destroy(*value);
+        if (mDiscarding) {
+            mValues.discard(*value);
+        } else {
+            mValues.destroy(*value);
+        }
         *value = 0;
     }
     void copyKey(void* slot) override
@@ -228,7 +248,34 @@ private:
 
     static V* valueOf(CHashArrayItem* item) { return item != 0 ? static_cast<V*>(item->value) : 0; }
 
-    bool add(const K& key, const V& value)
+    // The engine's lookup, less its calls through the virtual table: this class knows how
+    // its keys hash and compare. Also gives the key's bucket (null without a table).
+    CHashArrayItem* findItem(const K& key, CHashArrayItem*& bucket) const
+    {
+        bucket = mpTable != 0 ? mpTable + (Traits::hash(key) & mMask) : 0;
+        if (bucket == 0 || bucket->next == 0) {
+            return 0;
+        }
+        if (KeyStore::KIND == 3) {
+            void* const field = KeyStore::forLookup(key);
+            mEnd.key = field; // stops the walk
+            CHashArrayItem* item = bucket;
+            while (item->key != field) {
+                item = item->next;
+            }
+            return item != &mEnd ? item : 0;
+        }
+        typename KeyStore::Scratch scratch;
+        for (CHashArrayItem* item = bucket; item != &mEnd; item = item->next) {
+            if (KeyStore::usable(item->key) && Traits::equal(KeyStore::key(item->key, scratch), key)) {
+                return item;
+            }
+        }
+        return 0;
+    }
+
+    // `bucket`: the key's bucket in the current table, or null to have the engine find it.
+    bool add(const K& key, const V& value, CHashArrayItem* bucket = 0)
     {
         void* ownedKey = 0;
         if (!KeyStore::make(key, ownedKey)) {
@@ -238,6 +285,17 @@ private:
         if (ownedValue == 0) {
             KeyStore::release(ownedKey);
             return false;
+        }
+        if (bucket != 0 && mCount + 1 < mGrowLimit) {
+            // What fastInsert would do short of growing, with the bucket already known
+            // and the copies already made.
+            if (insertAtPosition(bucket, ownedKey, ownedValue) == 0) {
+                KeyStore::release(ownedKey);
+                mValues.destroy(ownedValue);
+                return false;
+            }
+            ++mCount;
+            return true;
         }
         mAdopting = true;
         // On failure the engine has released both through destroyKey / destroyValue.
@@ -254,8 +312,19 @@ private:
         }
     }
 
+    // Every item goes: values are destroyed where they stand, their slots not chained for
+    // reuse, since the blocks are freed right after.
+    void discardAll()
+    {
+        mDiscarding = true;
+        destroy();
+        mDiscarding = false;
+        mValues.release();
+    }
+
     THashValuePool<V> mValues;
     bool mAdopting;
+    bool mDiscarding;
 };
 
 } // namespace PAL

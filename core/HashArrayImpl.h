@@ -18,9 +18,11 @@ struct CHashArrayItem {
 /// Everything type-specific (hashing, key equality, copying and destroying keys and
 /// values) comes from the seven pure virtual operations of a typed subclass; use a
 /// typed template such as `THashArray` rather than this class. Each bucket holds the
-/// first item of its chain inline, so only collisions allocate. The bucket count is a
-/// power of two; the table doubles when the count reaches twice the bucket count and,
-/// above 1,024 buckets, halves when the count falls to half the bucket count.
+/// first item of its chain inline, so only collisions allocate; chain items that a
+/// growth no longer needs are kept for later collisions (and a shrink) until
+/// `destroy()`. The bucket count is a power of two; the table doubles when the count
+/// reaches twice the bucket count and, above 1,024 buckets, halves when the count
+/// falls to half the bucket count.
 ///
 /// Ownership: the engine owns its items; a subclass must call `destroy()` (or `clear()`)
 /// in its own destructor, because the base destructor can no longer reach the
@@ -136,6 +138,7 @@ protected:
 private:
     void adoptBuckets(CHashArrayItem* buckets, unsigned int n);
     void releaseItems();
+    void freeSpareItems();
     bool ownsBucket(const CHashArrayItem* item) const;
     CHashArrayItem* nextUsedBucket() const;
     unsigned int sparesForRehash(CHashArrayItem* newTable, unsigned int newMask) const;

@@ -48,6 +48,14 @@ public:
         slot->mpNextFree = mpFree;
         mpFree = slot;
     }
+    /// Destroys a value of this pool (null is ignored) without freeing its slot: for when
+    /// every value goes and `release` follows.
+    void discard(V* value)
+    {
+        if (value != 0) {
+            value->~V();
+        }
+    }
     /// Frees every block; only when every value made here has been destroyed.
     void release()
     {

@@ -78,6 +78,7 @@ private:
     CString lock(const char* callerName);
     bool lockAsking(const char* callerName);
     CString unlock(const char* callerName);
+    void unlockAndWake(const char* callerName, CString& result);
     CString poolText(const char* formatText) const;
 
     CString start(unsigned int minNumbOfThreads, unsigned int maxNumbOfThreads, int priority);
@@ -96,6 +97,8 @@ private:
     CString getStatus(Status& status);
     CString getPoolName();
     CString getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore);
+    CString threadStarting(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore,
+                           CThreadElement*& pThreadElement);
     CString getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask);
     CString taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask);
     CString completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pNextTask);
@@ -106,7 +109,10 @@ private:
     CString convertPrioToPalPrio(int priority, eMorvex_PAL_ThreadPrio& palPriority);
     void shutdownThreads();
     CString assignTasksToThreads();
-    CString attachTask(int position, CTaskElement& task);
+    CString attachTask(int position, CTaskElement& task, bool& needsWakeUp);
+    CString wakeThread(int position, CTaskElement& task);
+    void detachTask(int position, CTaskElement& task);
+    CString wakeUpFailedText(int signalResult, int position, const CTaskElement& task) const;
 
     bool isQueueIdAvailable(unsigned int queueId);
     void setQueueIdAsBusy(unsigned int queueId);

@@ -146,17 +146,25 @@ void CHashArrayImpl::destroy()
     if (mpTable == 0) {
         return;
     }
+    // One walk: each item is released and its chain item freed as it is passed.
     for (unsigned int i = 0; i < mBucketCount; ++i) {
         CHashArrayItem* bucket = &mpTable[i];
         if (bucket->next == 0) {
             continue;
         }
-        for (CHashArrayItem* item = bucket; item != &mEnd; item = item->next) {
+        CHashArrayItem* item = bucket;
+        do {
+            CHashArrayItem* following = item->next;
             destroyKey(&item->key);
             destroyValue(&item->value);
-        }
+            if (item != bucket) {
+                delete item;
+            }
+            item = following;
+        } while (item != &mEnd);
     }
-    releaseItems();
+    delete[] mpTable;
+    freeSpareItems();
     adoptBuckets(0, 0);
     mCount = 0;
 }
@@ -176,8 +184,20 @@ void CHashArrayImpl::releaseItems()
         }
     }
     delete[] mpTable;
+    freeSpareItems();
     mpTable = 0;
     mpIterBucket = 0;
+}
+
+// Chain items left over from a rehash wait in the sentinel's `next`, which no walk
+// follows (every walk stops at the sentinel).
+void CHashArrayImpl::freeSpareItems()
+{
+    while (mEnd.next != 0) {
+        CHashArrayItem* following = mEnd.next->next;
+        delete mEnd.next;
+        mEnd.next = following;
+    }
 }
 
 void CHashArrayImpl::clear()
@@ -260,9 +280,14 @@ CHashArrayItem* CHashArrayImpl::insertAtPosition(CHashArrayItem* bucket, void* k
         bucket->next = &mEnd;
         return bucket;
     }
-    CHashArrayItem* item = new (std::nothrow) CHashArrayItem;
-    if (item == 0) {
-        return 0;
+    CHashArrayItem* item = mEnd.next;
+    if (item != 0) {
+        mEnd.next = item->next;
+    } else {
+        item = new (std::nothrow) CHashArrayItem;
+        if (item == 0) {
+            return 0;
+        }
     }
     item->key = key;
     item->value = value;
@@ -370,20 +395,25 @@ void CHashArrayImpl::rehash(unsigned int n)
     const unsigned int newMask = newCount - 1;
 
     // Every chain item the move needs is had before anything moves, so running out of
-    // memory leaves the current table exactly as it was.
-    const unsigned int extra = sparesForRehash(newTable, newMask);
-    for (unsigned int i = 0; i < newCount; ++i) {
-        newTable[i].next = 0;
+    // memory leaves the current table exactly as it was. Only shrinking needs any: else
+    // an old bucket's items go to buckets that no other old bucket fills, its head first.
+    unsigned int extra = 0;
+    if (newCount < mBucketCount) {
+        extra = sparesForRehash(newTable, newMask);
+        for (unsigned int i = 0; i < newCount; ++i) {
+            newTable[i].next = 0;
+        }
     }
-    CHashArrayItem* spares = 0;
-    for (unsigned int i = 0; i < extra; ++i) {
+    CHashArrayItem* spares = mEnd.next;
+    mEnd.next = 0;
+    unsigned int kept = 0;
+    for (CHashArrayItem* spare = spares; spare != 0 && kept < extra; spare = spare->next) {
+        ++kept;
+    }
+    for (unsigned int i = kept; i < extra; ++i) {
         CHashArrayItem* spare = new (std::nothrow) CHashArrayItem;
         if (spare == 0) {
-            while (spares != 0) {
-                CHashArrayItem* following = spares->next;
-                delete spares;
-                spares = following;
-            }
+            mEnd.next = spares;
             delete[] newTable;
             return;
         }
@@ -423,11 +453,9 @@ void CHashArrayImpl::rehash(unsigned int n)
             item = following;
         }
     }
-    while (spares != 0) {
-        CHashArrayItem* following = spares->next;
-        delete spares;
-        spares = following;
-    }
+    // Chain items that became heads are kept for the chains of later inserts: a growing
+    // table would otherwise free them now only to allocate as many again.
+    mEnd.next = spares;
     delete[] mpTable;
     adoptBuckets(newTable, newCount);
 }

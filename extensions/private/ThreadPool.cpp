@@ -3,6 +3,7 @@
 #include "extensions/private/WaitingTasks.h"
 #include "os/private/pal_release.h"
 
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -144,7 +145,7 @@ class CThreadPool::CThreadElement {
 public:
     explicit CThreadElement(const CString& threadName)
         : mThreadName(threadName), mpTaskElement(0), mpPalThread(0), mpRunTaskSemaphore(0), mHasExited(false),
-          mWasJoined(false)
+          mWasJoined(false), mpTaskToFetch(0)
     {
     }
 
@@ -169,6 +170,10 @@ public:
     bool mHasExited;
     // Set by shutdownThreads: only a thread known to have ended gives up its task.
     bool mWasJoined;
+    // The task attached for the thread to take when it is woken, which it takes without
+    // the lock; whoever empties the slot first (the thread, or a wake-up that failed and
+    // takes the task back) has it.
+    std::atomic<CTaskElement*> mpTaskToFetch;
 
 private:
     CThreadElement(const CThreadElement&) = delete;
@@ -194,7 +199,10 @@ public:
     {
         delete mpPoolTask;
         mpPoolTask = 0;
-        mTaskName = CString();
+        // Back on the shared empty block without counting it: assigning an empty string
+        // would take the process-wide counter mutex once more per task.
+        mTaskName.~CString();
+        new (&mTaskName) CString();
     }
 
     unsigned int mTaskId;
@@ -206,68 +214,32 @@ private:
     CTaskElement(const CTaskElement&) = delete;
     CTaskElement& operator=(const CTaskElement&) = delete;
 
-public:
-    // Made before the first pool is used (every pool's constructor asks for it), so
-    // two pools never race to create it.
-    static std::atomic<sMorvex_PAL_Mutex*> spIdMutex;
-    static sMorvex_PAL_Mutex* idMutex();
-
-private:
     static unsigned int nextTaskId();
 
-    // Shared by every pool of the process and taken under spIdMutex; the counter is
-    // atomic as well so that ids stay unique even in a process where the PAL core could
-    // not make that mutex.
+    // Shared by every pool of the process. Each id is drawn by one atomic step, so ids
+    // are unique and follow the order in which records are made, without a mutex.
     static std::atomic<unsigned int> sNextAvailableTaskId;
-    static std::mutex sIdMutexCreation;
 };
 
-std::atomic<sMorvex_PAL_Mutex*> CThreadPool::CTaskElement::spIdMutex(0);
 std::atomic<unsigned int> CThreadPool::CTaskElement::sNextAvailableTaskId(1);
-// Constant-initialised, so it exists before any constructor of the process runs.
-std::mutex CThreadPool::CTaskElement::sIdMutexCreation;
-
-sMorvex_PAL_Mutex* CThreadPool::CTaskElement::idMutex()
-{
-    sMorvex_PAL_Mutex* handle = spIdMutex.load(std::memory_order_acquire);
-    if (handle != 0) {
-        return handle;
-    }
-    std::lock_guard<std::mutex> guard(sIdMutexCreation);
-    handle = spIdMutex.load(std::memory_order_relaxed);
-    if (handle == 0) {
-        // A failed creation leaves it null; the next task tries again.
-        (void)Morvex_PAL_MutexInit(&handle);
-        spIdMutex.store(handle, std::memory_order_release);
-    }
-    return handle;
-}
 
 unsigned int CThreadPool::CTaskElement::nextTaskId()
 {
-    sMorvex_PAL_Mutex* mutex = idMutex();
-    // Refused as recursive, the mutex is still held from a release that failed before:
-    // it is this thread's to release now.
-    const eMorvex_PAL_MutexError taken = mutex != 0 ? Morvex_PAL_MutexWait(mutex) : MUTEX_ERROR_INV_HANDLE;
-    const bool locked = taken == MUTEX_OK || taken == MUTEX_ERROR_RECURSIVE;
-    unsigned int taskId = sNextAvailableTaskId.fetch_add(1u);
+    unsigned int taskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
     if (taskId == 0) {
         // After 2^32 - 1 tasks the counter wraps; 0 means "no task" everywhere.
-        taskId = sNextAvailableTaskId.fetch_add(1u);
-    }
-    // Left held, the process-wide mutex would stop every pool's AddTask on every other
-    // thread: a refused release is asked again.
-    for (unsigned int attempt = 0; locked && attempt < sReleaseAttempts; ++attempt) {
-        if (Morvex_PAL_MutexSignal(mutex) == MUTEX_OK) {
-            break;
-        }
+        taskId = sNextAvailableTaskId.fetch_add(1u, std::memory_order_relaxed);
     }
     return taskId;
 }
 
 class CThreadPool::CWaitingTasks : public TWaitingTasks<CThreadPool::CTaskElement> {
 public:
-    CWaitingTasks() : mpSpare(0), mSpareCount(0) {}
+    CWaitingTasks()
+        : mWakeUp(), mpBlocks(0), mpFree(0), mInUse(0), mNextBlockSize(FIRST_BLOCK_SIZE), mWakeUpsInFlight(0),
+          mAwaitingWakeUps(false)
+    {
+    }
     ~CWaitingTasks() { freeSpares(); }
 
     // The pool's threads as a dispatch pass sees them (lock held).
@@ -283,52 +255,116 @@ public:
         }
         CString uninitializedThreads(unsigned int& count) { return mPool.getNumbOfUninitializedThreads(count); }
         CString addThread(unsigned int& position) { return mPool.addNewThreadToPool(mPool.mThreadPrio, position); }
-        CString attach(int position, CTaskElement* task) { return mPool.attachTask(position, *task); }
+        CString attach(int position, CTaskElement* task, bool& needsWakeUp)
+        {
+            return mPool.attachTask(position, *task, needsWakeUp);
+        }
+        CString wake(int position, CTaskElement* task) { return mPool.wakeThread(position, *task); }
+        void takeBack(int position, CTaskElement* task) { mPool.detachTask(position, *task); }
         void queueBecameBusy(unsigned int queueId) { mPool.setQueueIdAsBusy(queueId); }
 
     private:
         CThreadPool& mPool;
     };
 
-    // Records of completed tasks are kept for the next ones, up to a few, to spare the
-    // allocator a round trip per task.
+    // Records live in blocks, made as the backlog first needs them and kept, the free
+    // ones chained, until the pool stops: past its first blocks, a task's record costs
+    // the allocator nothing, however many tasks wait.
     CTaskElement* newElement()
     {
-        CTaskElement* element = mpSpare;
-        if (element == 0) {
-            return new (std::nothrow) CTaskElement;
+        if (mpFree == 0 && !addBlock()) {
+            return 0;
         }
-        mpSpare = static_cast<CTaskElement*>(element->mpNewer);
+        CTaskElement* element = mpFree;
+        mpFree = static_cast<CTaskElement*>(element->mpNewer);
         element->mpNewer = 0;
-        --mSpareCount;
+        ++mInUse;
         return element;
     }
+    // What deleting a record does: its task deleted, its name released.
     void recycle(CTaskElement* element)
     {
         element->release();
-        if (mSpareCount >= SPARE_LIMIT) {
-            delete element;
-            return;
-        }
-        element->mpNewer = mpSpare;
-        mpSpare = element;
-        ++mSpareCount;
+        element->mpNewer = mpFree;
+        mpFree = element;
+        --mInUse;
     }
+    // Frees the blocks once no record is in use. A record still held by a thread that
+    // could not be joined keeps them all: that thread may still complete its task.
     void freeSpares()
     {
-        while (mpSpare != 0) {
-            CTaskElement* next = static_cast<CTaskElement*>(mpSpare->mpNewer);
-            delete mpSpare;
-            mpSpare = next;
+        if (mInUse != 0) {
+            return;
         }
-        mSpareCount = 0;
+        while (mpBlocks != 0) {
+            CTaskElement* next = static_cast<CTaskElement*>(mpBlocks->mpNewer);
+            delete[] mpBlocks;
+            mpBlocks = next;
+        }
+        mpFree = 0;
+        mNextBlockSize = FIRST_BLOCK_SIZE;
+    }
+
+    // The wake-up the last pass left due, for the operation that ran it to send after
+    // releasing the lock (lock held).
+    SWakeUp mWakeUp;
+
+    // Wake-ups are sent without the lock, so the threads they wake must outlive them:
+    // a stopping pool frees its threads only once none is in flight.
+    void wakeUpStarted() { mWakeUpsInFlight.fetch_add(1u); }
+    void wakeUpEnded()
+    {
+        if (mWakeUpsInFlight.fetch_sub(1u) == 1u && mAwaitingWakeUps.load()) {
+            std::lock_guard<std::mutex> guard(mWakeUpsMutex);
+            mWakeUpsEnded.notify_all();
+        }
+    }
+    void awaitWakeUps()
+    {
+        mAwaitingWakeUps.store(true);
+        {
+            std::unique_lock<std::mutex> guard(mWakeUpsMutex);
+            while (mWakeUpsInFlight.load() != 0) {
+                mWakeUpsEnded.wait(guard);
+            }
+        }
+        mAwaitingWakeUps.store(false);
     }
 
 private:
-    static const unsigned int SPARE_LIMIT = 32;
+    static const unsigned int FIRST_BLOCK_SIZE = 8;
+    static const unsigned int LARGEST_BLOCK_SIZE = 256;
 
-    CTaskElement* mpSpare; // chained through mpNewer
-    unsigned int mSpareCount;
+    bool addBlock()
+    {
+        // The first record of a block only links the blocks.
+        CTaskElement* block = new (std::nothrow) CTaskElement[mNextBlockSize + 1];
+        if (block == 0) {
+            return false;
+        }
+        block->mpNewer = mpBlocks;
+        mpBlocks = block;
+        for (unsigned int i = mNextBlockSize; i > 0; --i) {
+            block[i].mpNewer = mpFree;
+            mpFree = &block[i];
+        }
+        if (mNextBlockSize < LARGEST_BLOCK_SIZE) {
+            mNextBlockSize *= 2;
+        }
+        return true;
+    }
+
+    CTaskElement* mpBlocks; // chained through mpNewer
+    CTaskElement* mpFree;   // chained through mpNewer
+    unsigned int mInUse;
+    unsigned int mNextBlockSize;
+
+    // Counted with the lock held, ended without it; the stopping pool waits on the
+    // condition variable only while wake-ups are in flight.
+    std::atomic<unsigned int> mWakeUpsInFlight;
+    std::atomic<bool> mAwaitingWakeUps;
+    std::mutex mWakeUpsMutex;
+    std::condition_variable mWakeUpsEnded;
 };
 
 CThreadPool::CThreadPool(CString poolName)
@@ -350,7 +386,6 @@ CThreadPool::CThreadPool(CString poolName)
     if (mpWaitingTasks != 0) {
         (void)Morvex_PAL_MutexInit(&mTSIMutex);
     }
-    (void)CTaskElement::idMutex();
 }
 
 CThreadPool::~CThreadPool()
@@ -450,7 +485,7 @@ CString CThreadPool::AddTask(const CString& taskName, IPoolTask* pPoolTask, cons
     CString result = lock("AddTask");
     if (result.isEmpty()) {
         result = addTask(taskName, pPoolTask, queueId, taskId);
-        (void)unlock("AddTask");
+        unlockAndWake("AddTask", result);
     }
     return result;
 }
@@ -551,7 +586,7 @@ CString CThreadPool::TaskCompleted(const sMorvex_PAL_Thread* pPalThread)
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
         result = taskCompleted(pPalThread, 0);
-        (void)unlock("TaskCompleted");
+        unlockAndWake("TaskCompleted", result);
     }
     return result;
 }
@@ -565,9 +600,44 @@ CString CThreadPool::completeTask(const sMorvex_PAL_Thread* pPalThread, IPoolTas
     CString result = lock("TaskCompleted");
     if (result.isEmpty()) {
         result = taskCompleted(pPalThread, &pNextTask);
-        (void)unlock("TaskCompleted");
+        unlockAndWake("TaskCompleted", result);
     }
     return result;
+}
+
+// The end of AddTask and TaskCompleted: releases the lock, then wakes the thread the
+// dispatch pass left to be woken. A wake-up that fails takes the task back under the
+// lock, as inside the pass: it waits again in its place, the thread stays idle, and the
+// operation returns the failure's text.
+void CThreadPool::unlockAndWake(const char* callerName, CString& result)
+{
+    CWaitingTasks::SWakeUp wakeUp = mpWaitingTasks->mWakeUp;
+    mpWaitingTasks->mWakeUp = CWaitingTasks::SWakeUp();
+    CThreadElement* thread = wakeUp.mpTask != 0 ? mThreadsPtrVector.get(wakeUp.mPosition) : 0;
+    if (thread != 0) {
+        mpWaitingTasks->wakeUpStarted();
+    }
+    // A refused release leaves the lock with this thread.
+    const bool unlocked = unlock(callerName).isEmpty();
+    if (thread == 0) {
+        return;
+    }
+    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
+    if (signalResult != SEMA_OK) {
+        const bool locked = !unlocked || lockAsking(callerName);
+        // A stopping pool deletes the task with its thread. If the lock cannot be had,
+        // the task stays with a thread that will not run it, until the pool stops.
+        CTaskElement* expected = wakeUp.mpTask;
+        if (locked && !mIsShuttingDown && thread->mpTaskToFetch.compare_exchange_strong(expected, 0)) {
+            CWaitingTasks::CThreadsView threads(*this);
+            mpWaitingTasks->takeBack(threads, wakeUp);
+        }
+        result = wakeUpFailedText(signalResult, wakeUp.mPosition, *wakeUp.mpTask);
+        if (locked) {
+            (void)unlock(callerName);
+        }
+    }
+    mpWaitingTasks->wakeUpEnded();
 }
 
 // The three wrappers that go on without the lock. They release only a lock they took:
@@ -743,7 +813,7 @@ CString CThreadPool::stop(eShutdownPolicy shutdownPolicy)
 
     for (CTaskElement* task = mpWaitingTasks->oldest(); task != 0;) {
         CTaskElement* newer = CWaitingTasks::newer(task);
-        delete task;
+        mpWaitingTasks->recycle(task);
         task = newer;
     }
     mpWaitingTasks->clear();
@@ -799,6 +869,8 @@ void CThreadPool::shutdownThreads()
             }
         }
     }
+    // A wake-up sent without the lock may still be on its way to one of these threads.
+    mpWaitingTasks->awaitWakeUps();
     if (unlocked) {
         (void)lock("shutdownThreads");
     }
@@ -812,7 +884,7 @@ void CThreadPool::shutdownThreads()
         // first was never run; nothing else would delete it. A thread that could not be
         // joined may still be running its task, which is then left alone.
         if (element->mWasJoined && element->mpTaskElement != 0) {
-            delete element->mpTaskElement;
+            mpWaitingTasks->recycle(element->mpTaskElement);
             element->mpTaskElement = 0;
         }
         delete element;
@@ -871,11 +943,12 @@ CString CThreadPool::assignTasksToThreads()
         return CString();
     }
     CWaitingTasks::CThreadsView threads(*this);
-    return mpWaitingTasks->dispatch(threads);
+    return mpWaitingTasks->dispatch(threads, mpWaitingTasks->mWakeUp);
 }
 
-CString CThreadPool::attachTask(int position, CTaskElement& task)
+CString CThreadPool::attachTask(int position, CTaskElement& task, bool& needsWakeUp)
 {
+    needsWakeUp = false;
     if (position >= mThreadsPtrVector.size()) {
         return makeText("CThreadPool::assignTasksToThreads: Unexpected: posOfFirstIdleThread [%d] >= "
                         "mThreadsPtrVector.size() [%d] [pool:%s].",
@@ -885,17 +958,38 @@ CString CThreadPool::attachTask(int position, CTaskElement& task)
     thread->mpTaskElement = &task;
     if (thread == mpCompletingThread) {
         mCompletingThreadGotTask = true;
-        return CString();
-    }
-    const int signalResult = Morvex_PAL_SemaSignal(thread->mpRunTaskSemaphore);
-    if (signalResult != 0) {
-        // The thread will not wake for it: the task goes back to being only waiting.
-        thread->mpTaskElement = 0;
-        return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. "
-                        "CThreadElement pos:%d. Name of assiging task: %s. [pool:%s]",
-                        signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
+    } else {
+        thread->mpTaskToFetch.store(&task, std::memory_order_release);
+        needsWakeUp = true;
     }
     return CString();
+}
+
+CString CThreadPool::wakeThread(int position, CTaskElement& task)
+{
+    const int signalResult = Morvex_PAL_SemaSignal(mThreadsPtrVector.get(position)->mpRunTaskSemaphore);
+    if (signalResult != SEMA_OK) {
+        return wakeUpFailedText(signalResult, position, task);
+    }
+    return CString();
+}
+
+// The thread will not wake for the task: the task goes back to being only waiting.
+void CThreadPool::detachTask(int position, CTaskElement& task)
+{
+    CThreadElement* thread = mThreadsPtrVector.get(position);
+    thread->mpTaskElement = 0;
+    thread->mpTaskToFetch.store(0, std::memory_order_relaxed);
+    if (task.mQueueId != 0) {
+        setQueueIdAsFree(task.mQueueId);
+    }
+}
+
+CString CThreadPool::wakeUpFailedText(int signalResult, int position, const CTaskElement& task) const
+{
+    return makeText("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [%d]. CThreadElement pos:%d. "
+                    "Name of assiging task: %s. [pool:%s]",
+                    signalResult, position, task.mTaskName.getBuffer(), mPoolName.getBuffer());
 }
 
 int CThreadPool::poolThread(void* pPool)
@@ -906,18 +1000,25 @@ int CThreadPool::poolThread(void* pPool)
     CThreadPool* pool = static_cast<CThreadPool*>(pPool);
     const sMorvex_PAL_Thread* self = Morvex_PAL_ThreadGetCurrent();
     sMorvex_PAL_Sema* semaphore = 0;
-    if (pool->GetRunTaskSemaphoreHandle(self, semaphore).isEmpty()) {
+    CThreadElement* element = 0;
+    if (pool->threadStarting(self, semaphore, element).isEmpty()) {
         IPoolTask* next = 0;
         for (;;) {
-            if (next == 0) {
-                (void)Morvex_PAL_SemaWait(semaphore);
-            }
+            IPoolTask* task = next;
+            const bool woken = task != 0 || Morvex_PAL_SemaWait(semaphore) == SEMA_OK;
             if (pool->mIsShuttingDown) {
                 break;
             }
-            IPoolTask* task = next;
-            if (task == 0 && !pool->GetPoolTask(self, task).isEmpty()) {
-                break;
+            if (task == 0) {
+                // The task was attached, under the lock, before the wake-up was sent; it
+                // is this thread's to take without asking for the lock again. A wait that
+                // failed asks, and so ends the loop if nothing was attached.
+                CTaskElement* fetched = woken ? element->mpTaskToFetch.exchange(0, std::memory_order_acquire) : 0;
+                if (fetched != 0) {
+                    task = fetched->mpPoolTask;
+                } else if (!pool->GetPoolTask(self, task).isEmpty()) {
+                    break;
+                }
             }
             if (task != 0) {
                 task->Run();
@@ -929,6 +1030,22 @@ int CThreadPool::poolThread(void* pPool)
     }
     pool->ThreadExited(self);
     return 0;
+}
+
+// GetRunTaskSemaphoreHandle as a pool thread's loop calls it: also gives the thread its
+// own element, whose attached task it then takes without the lock.
+CString CThreadPool::threadStarting(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore,
+                                    CThreadElement*& pThreadElement)
+{
+    CString result = lock("GetRunTaskSemaphoreHandle");
+    if (result.isEmpty()) {
+        result = getRunTaskSemaphoreHandle(pPalThread, pSemaphore);
+        if (result.isEmpty()) {
+            (void)getThreadElementByPalThreadHandle(pPalThread, pThreadElement);
+        }
+        (void)unlock("GetRunTaskSemaphoreHandle");
+    }
+    return result;
 }
 
 CString CThreadPool::getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThread, sMorvex_PAL_Sema*& pSemaphore)
@@ -949,7 +1066,7 @@ CString CThreadPool::getRunTaskSemaphoreHandle(const sMorvex_PAL_Thread* pPalThr
             "CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pThreadElement->mpRunTaskSemaphore==0 [pool:%s]");
     }
     pSemaphore = element->mpRunTaskSemaphore;
-    return result;
+    return CString();
 }
 
 CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask*& pPoolTask)
@@ -969,8 +1086,10 @@ CString CThreadPool::getPoolTask(const sMorvex_PAL_Thread* pPalThread, IPoolTask
     if (element->mpTaskElement == 0) {
         return poolText("CThreadPool::getPoolTask: Unexpected: the pool-thread has no associated task [pool:%s]");
     }
+    // Taken here, it is no longer there for a failed wake-up to take back.
+    element->mpTaskToFetch.store(0, std::memory_order_relaxed);
     pPoolTask = element->mpTaskElement->mpPoolTask;
-    return result;
+    return CString();
 }
 
 CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTask** ppNextTask)
@@ -994,7 +1113,7 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTa
         element->mpTaskElement = 0;
     }
     if (mIsShuttingDown) {
-        return result;
+        return CString();
     }
     if (ppNextTask != 0) {
         mpCompletingThread = element;
@@ -1007,7 +1126,8 @@ CString CThreadPool::taskCompleted(const sMorvex_PAL_Thread* pPalThread, IPoolTa
         }
         mpCompletingThread = 0;
     }
-    return result;
+    // Not `result`: returning the empty text by copy would count the shared empty block.
+    return CString();
 }
 
 bool CThreadPool::isQueueIdAvailable(unsigned int queueId)

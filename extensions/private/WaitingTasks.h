@@ -13,6 +13,13 @@
 // tasks are kept in the order of their oldest task. A pass merges the queue-0 FIFO with
 // that list, and ends at the first task for which there is no thread: every pass costs
 // what it hands out, however many tasks wait behind busy queue ids.
+//
+// The wake-up of the last thread a pass gives a task to is left to the pass's caller,
+// to be sent once the pool's lock is released: a thread woken while the lock is still
+// held would only run into it. Wake-ups due earlier in the pass are sent before the
+// pass goes on, so a failure still ends the pass where the wake-up was due. A thread
+// that cannot be woken gives its task back (`takeBack`), which then waits in its old
+// place, as if it had never been given out.
 
 #include "core/String.h"
 
@@ -173,17 +180,31 @@ public:
         mFirstReady = mLastReady = 0;
     }
 
+    /// A thread that was given `mpTask` and still has to be woken for it; none while
+    /// `mpTask` is null.
+    struct SWakeUp {
+        SWakeUp() : mPosition(-1), mpTask(0) {}
+        int mPosition;
+        T* mpTask;
+    };
+
     /// One dispatch pass; see the top of this file. `Threads` offers:
     /// - `int firstIdleThread()`: the lowest position of an idle thread, or -1;
     /// - `CString uninitializedThreads(unsigned int& count)`: how many more may be made;
     /// - `CString addThread(unsigned int& position)`: makes one more thread;
-    /// - `CString attach(int position, T* task)`: gives the task to that thread; on a
-    ///   failure the thread stays idle;
+    /// - `CString attach(int position, T* task, bool& needsWakeUp)`: gives the task to
+    ///   that thread, which may have to be woken for it; on a failure the thread stays
+    ///   idle;
+    /// - `CString wake(int position, T* task)`: wakes the thread given `task`;
+    /// - `void takeBack(int position, T* task)`: the thread, which could not be woken,
+    ///   gives `task` back (already waiting again): it is idle, the queue id free;
     /// - `void queueBecameBusy(unsigned int queueId)`.
     /// The first non-empty text ends the pass and is returned; the tasks handed out
-    /// before it stay handed out.
+    /// before it stay handed out. The wake-up the pass leaves due is put in `wakeUp`,
+    /// for `wake` after the lock is released (one due from before is sent before the
+    /// pass gives out a task).
     template <class Threads>
-    CString dispatch(Threads& threads)
+    CString dispatch(Threads& threads, SWakeUp& wakeUp)
     {
         CString result;
         T* plain = queueFirst(0);
@@ -204,6 +225,11 @@ public:
                 if (!result.isEmpty() || uninitialized == 0) {
                     break; // no later task could get a thread either
                 }
+                // A thread is made only by a pass that has not failed before.
+                result = wake(threads, wakeUp);
+                if (!result.isEmpty()) {
+                    break;
+                }
                 unsigned int newPosition = 0;
                 result = threads.addThread(newPosition);
                 if (!result.isEmpty()) {
@@ -211,7 +237,12 @@ public:
                 }
                 position = static_cast<int>(newPosition);
             }
-            result = threads.attach(position, task);
+            result = wake(threads, wakeUp);
+            if (!result.isEmpty()) {
+                break;
+            }
+            bool needsWakeUp = false;
+            result = threads.attach(position, task, needsWakeUp);
             if (!result.isEmpty()) {
                 break;
             }
@@ -224,8 +255,74 @@ public:
             if (task->mQueueId != 0) {
                 threads.queueBecameBusy(task->mQueueId);
             }
+            if (needsWakeUp) {
+                wakeUp.mPosition = position;
+                wakeUp.mpTask = task;
+            }
+        }
+        if (!result.isEmpty() && wakeUp.mpTask != 0) {
+            // A wake-up due before this failure that fails as well is where the pass ended.
+            CString earlier = wake(threads, wakeUp);
+            if (!earlier.isEmpty()) {
+                result = earlier;
+            }
         }
         return result;
+    }
+
+    /// Sends `wakeUp`, if one is due, and clears it. A thread that cannot be woken gives
+    /// its task back; the text of `Threads::wake` is returned.
+    template <class Threads>
+    CString wake(Threads& threads, SWakeUp& wakeUp)
+    {
+        CString result;
+        if (wakeUp.mpTask != 0) {
+            const SWakeUp due = wakeUp;
+            wakeUp = SWakeUp();
+            result = threads.wake(due.mPosition, due.mpTask);
+            if (!result.isEmpty()) {
+                takeBack(threads, due);
+            }
+        }
+        return result;
+    }
+
+    /// A task given out by the last pass that its thread could not be woken for: back in
+    /// its place among the waiting tasks, its thread idle and its queue id free again.
+    /// Nothing of its queue id can have been given out since, nor anything older of
+    /// queue id 0, so it is again the oldest of its queue id.
+    template <class Threads>
+    void takeBack(Threads& threads, const SWakeUp& wakeUp)
+    {
+        T* task = wakeUp.mpTask;
+        CWaitingLinks* older = mpNewest;
+        while (older != 0 && older->mArrival > task->mArrival) {
+            older = older->mpOlder;
+        }
+        CWaitingLinks* newer = older != 0 ? older->mpNewer : mpOldest;
+        task->mpOlder = older;
+        task->mpNewer = newer;
+        if (older != 0) {
+            older->mpNewer = task;
+        } else {
+            mpOldest = task;
+        }
+        if (newer != 0) {
+            newer->mpOlder = task;
+        } else {
+            mpNewest = task;
+        }
+        ++mSize;
+
+        // Its queue id is still busy (with this very task), so it is not linked as ready
+        // before the thread frees it.
+        SQueue& queue = mpQueues[task->mQueueId];
+        task->mpNextOfQueue = queue.mpFirst;
+        queue.mpFirst = task;
+        if (queue.mpLast == 0) {
+            queue.mpLast = task;
+        }
+        threads.takeBack(wakeUp.mPosition, task);
     }
 
 private:

@@ -31,7 +31,8 @@ struct PlainTask {
 typedef PAL::TWaitingTasks<Task> WaitingTasks;
 
 // The pool's threads and busy queue ids as a pass sees them, with failures planned
-// for the n-th thread creation or wake-up of the coming pass.
+// for the n-th thread creation or wake-up of the coming pass. The plain walk wakes a
+// thread as it attaches the task; the fast pass attaches first and wakes later.
 struct Threads {
     struct Slot {
         unsigned int task = 0; // 0: idle
@@ -42,6 +43,7 @@ struct Threads {
     std::vector<unsigned int> busyQueueIds; // in the order they became busy
     int addFailsAt = -1, attachFailsAt = -1;
     int adds = 0, attaches = 0;
+    WaitingTasks* list = nullptr; // the fast side's, whose queue ids a take-back frees
 
     void newPass(int addFailure, int attachFailure)
     {
@@ -75,8 +77,25 @@ struct Threads {
         slots.push_back(Slot());
         return PAL::CString();
     }
+    PAL::CString attach(int position, PlainTask* task)
+    {
+        PAL::CString result = wake(position, task);
+        if (result.isEmpty()) {
+            slots[static_cast<std::size_t>(position)].task = task->id;
+        }
+        return result;
+    }
+    PAL::CString attach(int position, Task* task, bool& needsWakeUp)
+    {
+        needsWakeUp = true;
+        if (position < 0 || static_cast<std::size_t>(position) >= slots.size()) {
+            return "bad position";
+        }
+        slots[static_cast<std::size_t>(position)].task = task->id;
+        return PAL::CString();
+    }
     template <class AnyTask>
-    PAL::CString attach(int position, AnyTask* task)
+    PAL::CString wake(int position, AnyTask* task)
     {
         if (position < 0 || static_cast<std::size_t>(position) >= slots.size()) {
             return "bad position";
@@ -86,8 +105,15 @@ struct Threads {
             (void)text.format("no wake-up for %u at %d", task->id, position);
             return text;
         }
-        slots[static_cast<std::size_t>(position)].task = task->id;
         return PAL::CString();
+    }
+    void takeBack(int position, Task* task)
+    {
+        slots[static_cast<std::size_t>(position)].task = 0;
+        if (task->mQueueId != 0) {
+            queueBecameFree(task->mQueueId);
+            list->setQueueFree(task->mQueueId);
+        }
     }
     bool isQueueIdAvailable(unsigned int queueId) const
     {
@@ -203,6 +229,7 @@ private:
             threads->slots.resize(static_cast<std::size_t>(pick(1, static_cast<int>(maximum))));
         }
         mPlainThreads.slots = mFastThreads.slots;
+        mFastThreads.list = mFast.get();
     }
 
     void add(unsigned int queueId, int addFailure, int attachFailure)
@@ -257,7 +284,13 @@ private:
     {
         mFastThreads.newPass(addFailure, attachFailure);
         mPlainThreads.newPass(addFailure, attachFailure);
-        mFastResult = mFast->dispatch(mFastThreads).getBuffer();
+        // The wake-up left due is sent as the pool sends it, after its lock is released.
+        WaitingTasks::SWakeUp wakeUp;
+        PAL::CString fast = mFast->dispatch(mFastThreads, wakeUp);
+        if (fast.isEmpty()) {
+            fast = mFast->wake(mFastThreads, wakeUp);
+        }
+        mFastResult = fast.getBuffer();
         mPlainResult = plainPass(mPlain, mPlainThreads).getBuffer();
     }
 
