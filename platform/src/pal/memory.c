@@ -135,23 +135,17 @@ static uint64_t mix(uint64_t x)
     return x;
 }
 
-/* Where a block's record lives. Blocks allocated one after another lie next to each
- * other, and so, largely, do their frees; a hash that scattered them would cost a
- * cache miss per allocation and per free once the table outgrows the cache. So the
- * address is split: its window (WINDOW_GRANULES granules of 16 bytes) is mixed and
- * picks a run of slots, and the granule within the window keeps its order inside
- * that run. Neighbouring blocks thus share nearby slots. */
+/* Where a block's record lives: Fibonacci hashing of the address's 16-byte granule,
+ * one multiplication that spreads consecutive blocks evenly over the table. (Keeping
+ * neighbouring blocks in neighbouring slots saved no cache misses where blocks are
+ * freed out of order, and let the runs of released slots that blocks allocated on
+ * one thread and freed on another leave behind grow into long probes.) */
 #define GRANULE_SHIFT 4u
-#define WINDOW_BITS 6u
-#define WINDOW_GRANULES (1u << WINDOW_BITS)
 
 static inline size_t homeOf(uintptr_t key)
 {
     uint64_t granule = (uint64_t)~key >> GRANULE_SHIFT;
-    /* Multiplying by 2^64 / golden ratio spreads consecutive windows evenly over the
-     * middle bits of the product: one multiplication, where a full mix takes two. */
-    uint64_t window = ((granule >> WINDOW_BITS) * 0x9E3779B97F4A7C15ull) >> 29u;
-    return (size_t)((window << WINDOW_BITS) | (granule & (WINDOW_GRANULES - 1u)));
+    return (size_t)((granule * 0x9E3779B97F4A7C15ull) >> 32u);
 }
 
 /* ---- pairs -------------------------------------------------------------------- */
