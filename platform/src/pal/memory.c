@@ -676,6 +676,10 @@ void Morvex_PAL_zfree(void* p, const char* sourcePath, int line)
     if (p == Morvex_NULL)
         return;
     const uintptr_t key = ~(uintptr_t)p;
+    if (MORVEX_UNLIKELY(key <= RELEASED)) { /* no address malloc hands out */
+        free(p);
+        return;
+    }
     /* The record goes before the memory does: once free() returns, another thread's
      * zmalloc may get the same address. */
     Heap* heap = currentHeap(); /* taking over a heap, the thread may find its own blocks there */
@@ -701,8 +705,7 @@ void Morvex_PAL_zfree(void* p, const char* sourcePath, int line)
                 break;
         }
     }
-    if (key > RELEASED)
-        releaseElsewhere(heap, key);
+    releaseElsewhere(heap, key);
     free(p);
 }
 
