@@ -135,17 +135,25 @@ static uint64_t mix(uint64_t x)
     return x;
 }
 
-/* Where a block's record lives: Fibonacci hashing of the address's 16-byte granule,
- * one multiplication that spreads consecutive blocks evenly over the table. (Keeping
- * neighbouring blocks in neighbouring slots saved no cache misses where blocks are
- * freed out of order, and let the runs of released slots that blocks allocated on
- * one thread and freed on another leave behind grow into long probes.) */
+/* Where a block's record lives. Blocks allocated one after another lie next to each
+ * other, and so, largely, do their frees; a hash that scattered them would cost a
+ * cache miss per allocation and per free once the table outgrows the cache, and
+ * where one thread allocates and another frees, a cache line moving between their
+ * cores for every block. So the address is split: its window (WINDOW_GRANULES
+ * granules of 16 bytes) is hashed (Fibonacci: one multiplication) and picks a run of
+ * slots, and the granule within the window keeps its order inside that run.
+ * Neighbouring blocks thus share nearby slots, and a run of slots fills up with the
+ * records and released marks of one window's blocks; claimSlot keeps from walking
+ * such a run to its end. */
 #define GRANULE_SHIFT 4u
+#define WINDOW_BITS 6u
+#define WINDOW_GRANULES (1u << WINDOW_BITS)
 
 static inline size_t homeOf(uintptr_t key)
 {
     uint64_t granule = (uint64_t)~key >> GRANULE_SHIFT;
-    return (size_t)((granule * 0x9E3779B97F4A7C15ull) >> 32u);
+    uint64_t window = ((granule >> WINDOW_BITS) * 0x9E3779B97F4A7C15ull) >> 29u;
+    return (size_t)((window << WINDOW_BITS) | (granule & (WINDOW_GRANULES - 1u)));
 }
 
 /* ---- pairs -------------------------------------------------------------------- */
@@ -440,12 +448,18 @@ static void clearReleasedBefore(Heap* heap, Table* table, size_t mask, size_t en
 /* Caller is the owner, inside a change. The slot for `key`: a live record of it
  * left by a block that went back through plain free() (counted off here: its address
  * is ours now), else the first released slot on its probe, else the empty slot that
- * ends the probe. */
+ * ends the probe. Past the first released slot the search for an old record goes on
+ * for STALE_REACH slots only: in a run crowded with released marks, walking to its
+ * end would cost more than all else here. An old record it misses lies further on
+ * than the new one, so a lookup or a free finds the new one first. */
+#define STALE_REACH 8u
+
 static Record* claimSlot(Heap* heap, Table* table, uintptr_t key)
 {
     const size_t mask = atomic_load_explicit(&table->mask, memory_order_relaxed);
     size_t i = homeOf(key) & mask;
     Record* target = Morvex_NULL;
+    unsigned int reach = STALE_REACH;
     for (;; i = (i + 1u) & mask) {
         Record* slot = &table->slots[i];
         uintptr_t found = atomic_load_explicit(&slot->key, memory_order_relaxed);
@@ -456,8 +470,12 @@ static Record* claimSlot(Heap* heap, Table* table, uintptr_t key)
                          atomic_load_explicit(&slot->size, memory_order_relaxed));
             return slot;
         }
-        if (found == RELEASED && target == Morvex_NULL)
+        if (target != Morvex_NULL) {
+            if (--reach == 0u)
+                return target;
+        } else if (found == RELEASED) {
             target = slot;
+        }
     }
     if (target == Morvex_NULL) {
         ++heap->used;
