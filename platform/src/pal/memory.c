@@ -286,12 +286,17 @@ static inline void countRelease(Heap* heap, unsigned int pair, unsigned int size
     addBytes(counts, -(long long)size);
 }
 
+/* What a heap's last pair is set to when no thread has allocated through it yet, so
+ * that no caller's strings (NULL included) can match it: the next allocation looks
+ * its pair up instead of taking the previous owner's. */
+static const char g_noPair[] = "";
+
 static void detachHeap(void* value)
 {
     Heap* heap = (Heap*)value;
     t_heap = Morvex_NULL;
-    heap->lastComponent = Morvex_NULL;
-    heap->lastLabel = Morvex_NULL;
+    heap->lastComponent = g_noPair;
+    heap->lastLabel = g_noPair;
     heap->lastRemote = Morvex_NULL;
     pthread_mutex_lock(&g_heapLock);
     heap->nextIdle = g_idleHeaps;
@@ -321,6 +326,8 @@ static __attribute__((noinline)) Heap* attachHeap(void)
         if (heap == Morvex_NULL)
             return Morvex_NULL;
         heap->counts = (Counts*)(void*)((char*)heap + head);
+        heap->lastComponent = g_noPair;
+        heap->lastLabel = g_noPair;
         pthread_mutex_lock(&g_heapLock);
         heap->next = atomic_load_explicit(&g_heaps, memory_order_relaxed);
         atomic_store_explicit(&g_heaps, heap, memory_order_release);
@@ -616,8 +623,12 @@ static int lookupIn(const Heap* heap, uintptr_t key, sMorvex_PAL_AllocInfo* info
  * the same consumers. */
 static __attribute__((noinline)) void releaseElsewhere(Heap* own, uintptr_t key)
 {
+    /* Without a heap of its own the thread has nowhere to count the release, so the
+     * record stays as a block gone through plain free() would leave it. */
+    if (own == Morvex_NULL)
+        return;
     unsigned int pair = 0, size = 0;
-    Heap* hint = own != Morvex_NULL ? own->lastRemote : Morvex_NULL;
+    Heap* hint = own->lastRemote;
     Heap* from = Morvex_NULL;
     if (hint != Morvex_NULL && releaseShared(hint, key, &pair, &size)) {
         from = hint;
@@ -630,7 +641,7 @@ static __attribute__((noinline)) void releaseElsewhere(Heap* own, uintptr_t key)
             }
         }
     }
-    if (from == Morvex_NULL || own == Morvex_NULL)
+    if (from == Morvex_NULL)
         return;
     own->lastRemote = from;
     uint32_t sequence = beginChange(own);
@@ -782,7 +793,8 @@ static void sumCounts(const unsigned char* matches, unsigned int pairs, sMorvex_
         atomic_thread_fence(memory_order_acquire);
         for (const Heap* heap = first; heap != Morvex_NULL; heap = heap->next)
             after += atomic_load_explicit(&((Heap*)heap)->sequence, memory_order_relaxed);
-        if (atRest && before == after)
+        /* A heap made meanwhile may hold the release of a block counted live above. */
+        if (atRest && before == after && atomic_load_explicit(&g_heaps, memory_order_relaxed) == first)
             break;
         backOff(attempt);
     }
