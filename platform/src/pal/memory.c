@@ -99,11 +99,16 @@ typedef struct Counts {
     _Atomic long long liveBytes;
 } Counts;
 
+/* What other threads' frees read comes first, on a cache line the owner writes only
+ * when it replaces its table: a thread freeing a stream of another thread's blocks
+ * would otherwise take a cache miss on every one of them, and cost the owner one at
+ * its next allocation. */
 typedef struct Heap {
-    _Atomic uint32_t sequence; /* odd while the owner changes records or counts */
-    _Atomic(Table*) table;      /* NULL until the first allocation */
-    struct Heap* next;          /* in g_heaps, set before the heap is published */
-    Counts* counts;             /* PAIR_LIMIT entries, in the heap's own mapping */
+    _Atomic uint32_t generation; /* odd while the owner moves its records to a new table */
+    _Atomic(Table*) table;        /* NULL until the first allocation */
+    struct Heap* next;            /* in g_heaps, set before the heap is published */
+    Counts* counts;               /* PAIR_LIMIT entries, in the heap's own mapping */
+    _Alignas(64) _Atomic uint32_t sequence; /* odd while the owner changes records or counts */
     /* Only the owning thread touches the rest. */
     size_t used;  /* slots live or released */
     size_t limit; /* a rebuild comes before `used` reaches it */
@@ -251,10 +256,11 @@ static void backOff(unsigned int round)
         sched_yield();
 }
 
-static uint32_t beginRead(const Heap* heap)
+/* `number` is a heap's sequence or generation. */
+static uint32_t beginRead(const _Atomic uint32_t* number)
 {
     for (unsigned int round = 0;; ++round) {
-        uint32_t sequence = atomic_load_explicit(&((Heap*)heap)->sequence, memory_order_acquire);
+        uint32_t sequence = atomic_load_explicit((_Atomic uint32_t*)number, memory_order_acquire);
         if ((sequence & 1u) == 0u)
             return sequence;
         backOff(round);
@@ -400,9 +406,11 @@ static __attribute__((noinline)) int rebuild(Heap* heap)
     size_t mask = capacity - 1u;
     atomic_store_explicit(&table->mask, mask, memory_order_relaxed);
 
+    uint32_t generation = atomic_load_explicit(&heap->generation, memory_order_relaxed);
+    atomic_store_explicit(&heap->generation, generation + 1u, memory_order_relaxed);
     uint32_t sequence = beginChange(heap);
     /* A thread freeing one of these blocks marks it released in the old table with
-     * a compare-and-swap and then reads the sequence. This fence orders the odd
+     * a compare-and-swap and then reads the generation. This fence orders the odd
      * number before the reads below, so either the copy sees the mark, or that
      * thread sees the number move and looks again in the new table. */
     atomic_thread_fence(memory_order_seq_cst);
@@ -432,6 +440,7 @@ static __attribute__((noinline)) int rebuild(Heap* heap)
     heap->used = used;
     heap->limit = capacity / 2u;
     endChange(heap, sequence);
+    atomic_store_explicit(&heap->generation, generation + 2u, memory_order_release);
     if (old != Morvex_NULL)
         retireTable(heap, old, oldCapacity);
     return 1;
@@ -557,16 +566,17 @@ static size_t probeShared(const Table* table, uintptr_t key)
  *
  * A live record's fields never change where it lies (the owner writes a slot only
  * once it is empty or released), so what is read just before a successful
- * compare-and-swap is the block's. Whether that slot was the heap's current one is
- * what the sequence tells: if it moved, the owner may have been rebuilding, and the
- * record is looked for again in the current table, until a look finds the heap at
- * rest. (The owner's rebuild fences between announcing itself and copying; see
- * rebuild.) */
+ * compare-and-swap is the block's. Nor does the owner's other work cut short a probe
+ * for a live record: it empties released slots only in a run that ends at an empty
+ * slot, which a live record on the way would break. Only a new table moves records,
+ * and the generation tells: if it moved, the record is looked for again in the
+ * current table, until a look finds the same table before and after. (The owner's
+ * rebuild fences between announcing itself and copying; see rebuild.) */
 static int releaseShared(Heap* heap, uintptr_t key, unsigned int* pair, unsigned int* size)
 {
     int released = 0;
     for (;;) {
-        uint32_t sequence = beginRead(heap);
+        uint32_t generation = beginRead(&heap->generation);
         const Table* table = atomic_load_explicit(&heap->table, memory_order_acquire);
         if (table == Morvex_NULL)
             return released;
@@ -581,12 +591,12 @@ static int releaseShared(Heap* heap, uintptr_t key, unsigned int* pair, unsigned
                 released = 1;
                 *pair = foundPair;
                 *size = foundSize;
-            } else if (atomic_load_explicit(&heap->sequence, memory_order_seq_cst) == sequence) {
-                /* Released by someone else at rest: a second free of the block. */
+            } else if (atomic_load_explicit(&heap->generation, memory_order_seq_cst) == generation) {
+                /* Released by someone else in the current table: a second free of the block. */
                 return released;
             }
         }
-        if (atomic_load_explicit(&heap->sequence, memory_order_seq_cst) == sequence)
+        if (atomic_load_explicit(&heap->generation, memory_order_seq_cst) == generation)
             return released;
     }
 }
@@ -595,7 +605,7 @@ static int releaseShared(Heap* heap, uintptr_t key, unsigned int* pair, unsigned
 static int lookupIn(const Heap* heap, uintptr_t key, sMorvex_PAL_AllocInfo* info)
 {
     for (;;) {
-        uint32_t sequence = beginRead(heap);
+        uint32_t sequence = beginRead(&heap->sequence);
         const Table* table = atomic_load_explicit(&((Heap*)heap)->table, memory_order_acquire);
         int found = 0;
         if (table != Morvex_NULL) {
