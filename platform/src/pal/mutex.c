@@ -123,7 +123,7 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexWait(sMorvex_PAL_Mutex* handle)
     if (MORVEX_UNLIKELY(handle == Morvex_NULL))
         return MUTEX_ERROR_INV_HANDLE;
     const uint32_t self = morvexFaultThreadCalls.id;
-    if (morvexSingleThreaded()) {
+    if (MORVEX_LIKELY(morvexSingleThreaded())) {
         if (MORVEX_LIKELY(atomic_load_explicit(&handle->word, memory_order_relaxed) == 0u)) {
             atomic_store_explicit(&handle->word, self, memory_order_relaxed);
             return MUTEX_OK;
@@ -144,7 +144,7 @@ eMorvex_PAL_MutexError Morvex_PAL_MutexSignal(sMorvex_PAL_Mutex* handle)
     if (MORVEX_UNLIKELY(handle == Morvex_NULL))
         return MUTEX_ERROR_INV_HANDLE;
     const uint32_t self = morvexFaultThreadCalls.id;
-    if (morvexSingleThreaded()) {
+    if (MORVEX_LIKELY(morvexSingleThreaded())) {
         if (MORVEX_LIKELY(atomic_load_explicit(&handle->word, memory_order_relaxed) == self)) {
             atomic_store_explicit(&handle->word, 0u, memory_order_release);
             return MUTEX_OK;
