@@ -1,7 +1,12 @@
 // The platform primitives every library operation stands on: mutex, the reference
 // counts over it, semaphore, the tracked allocator, a raw memory call with its fault
 // check and a filtered trace point, each beside the plain standard-library equivalent.
-// These works are not held to bars; they show what a primitive costs.
+// bench/bars.tsv holds some of them to bars; the rest show what a primitive costs.
+//
+// The C library skips its atomic operations while a process has never had a second
+// thread, and so does the PAL core: the works registered first run in that state,
+// as a single-threaded program would. The "...AfterThreads" works start and join a
+// thread first, so both sides pay what they pay in a multi-threaded process.
 #include "BenchSupport.h"
 
 #include "morvex_pal.h"
@@ -9,15 +14,31 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <numeric>
+#include <random>
+#include <thread>
+#include <vector>
 
 namespace {
 
 const char* const sTraceId = "5D0C2E8A41F7493B8E26A1C9F03B7D54";
+
+// Once any thread has been created, the process counts as multi-threaded for good.
+void ensureThreadsExisted()
+{
+    static const bool done = [] {
+        std::thread([] {}).join();
+        return true;
+    }();
+    (void)done;
+}
 
 // ---- mutex --------------------------------------------------------------------------
 
@@ -58,6 +79,18 @@ void MutexStd(benchmark::State& state)
         sStdMutex.unlock();
     }
     state.SetItemsProcessed(state.iterations());
+}
+
+void MutexPalAfterThreads(benchmark::State& state)
+{
+    ensureThreadsExisted();
+    MutexPal(state);
+}
+
+void MutexStdAfterThreads(benchmark::State& state)
+{
+    ensureThreadsExisted();
+    MutexStd(state);
 }
 
 // ---- reference counts ---------------------------------------------------------------
@@ -174,6 +207,84 @@ void AllocStd(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
+// Out of order: a batch of blocks allocated in a row and freed in a shuffled order,
+// so the frees don't find the blocks where the last allocation left them.
+constexpr std::size_t kBatch = 1024;
+
+struct PalBlocks {
+    static void* allocate() { return Morvex_PAL_zmalloc(64u, "osal_kit", "bench", __FILE__, __LINE__); }
+    static void release(void* p) { Morvex_PAL_zfree(p, __FILE__, __LINE__); }
+};
+
+struct StdBlocks {
+    static void* allocate() { return std::malloc(64u); }
+    static void release(void* p) { std::free(p); }
+};
+
+const std::vector<std::size_t>& shuffledOrder()
+{
+    static const std::vector<std::size_t> order = [] {
+        std::vector<std::size_t> indexes(kBatch);
+        std::iota(indexes.begin(), indexes.end(), std::size_t(0));
+        std::shuffle(indexes.begin(), indexes.end(), std::mt19937(17));
+        return indexes;
+    }();
+    return order;
+}
+
+template <class Blocks>
+void AllocFreeShuffled(benchmark::State& state)
+{
+    const std::vector<std::size_t>& order = shuffledOrder();
+    std::vector<void*> blocks(kBatch);
+    for (auto _ : state) {
+        for (void*& block : blocks)
+            block = Blocks::allocate();
+        for (std::size_t index : order)
+            Blocks::release(blocks[index]);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kBatch));
+}
+
+// From another thread: thread 0 allocates batches, thread 1 frees them as they come,
+// through a ring of a few batches. Both run the same number of iterations, so every
+// batch made is freed by the end of a run.
+template <class Blocks>
+struct CrossThreadRing {
+    static constexpr std::size_t kSlots = 4;
+    static constexpr std::size_t kBlocks = 256;
+    std::array<std::array<void*, kBlocks>, kSlots> batches;
+    std::atomic<std::size_t> made{0};
+    std::atomic<std::size_t> freed{0};
+};
+
+template <class Blocks>
+void AllocFreeCrossThread(benchmark::State& state)
+{
+    using Ring = CrossThreadRing<Blocks>;
+    static Ring ring;
+    const bool producer = state.thread_index() == 0;
+    std::size_t next = producer ? ring.made.load() : ring.freed.load();
+    for (auto _ : state) {
+        auto& batch = ring.batches[next % Ring::kSlots];
+        if (producer) {
+            while (next - ring.freed.load(std::memory_order_acquire) == Ring::kSlots)
+                std::this_thread::yield();
+            for (void*& block : batch)
+                block = Blocks::allocate();
+            ring.made.store(++next, std::memory_order_release);
+        } else {
+            while (ring.made.load(std::memory_order_acquire) == next)
+                std::this_thread::yield();
+            for (void* block : batch)
+                Blocks::release(block);
+            ring.freed.store(++next, std::memory_order_release);
+        }
+    }
+    if (producer)
+        state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Ring::kBlocks));
+}
+
 // ---- raw memory call with its fault check -------------------------------------------
 
 void MemcpyPal(benchmark::State& state)
@@ -226,6 +337,8 @@ void TraceNone(benchmark::State& state)
 
 BENCHMARK(MutexPal)->Name("PalMutexUncontended/osal_kit");
 BENCHMARK(MutexStd)->Name("PalMutexUncontended/std_mutex");
+BENCHMARK(MutexPalAfterThreads)->Name("PalMutexUncontendedAfterThreads/osal_kit");
+BENCHMARK(MutexStdAfterThreads)->Name("PalMutexUncontendedAfterThreads/std_mutex");
 BENCHMARK(MutexPal)->Name("PalMutexTwoThreads/osal_kit")->Threads(2)->UseRealTime();
 BENCHMARK(MutexStd)->Name("PalMutexTwoThreads/std_mutex")->Threads(2)->UseRealTime();
 BENCHMARK(RefCountPal)->Name("PalRefCountIncDec/osal_kit");
@@ -236,6 +349,10 @@ BENCHMARK(AllocPal)->Name("PalAllocFree64/osal_kit");
 BENCHMARK(AllocStd)->Name("PalAllocFree64/std_malloc");
 BENCHMARK(AllocPal)->Name("PalAllocFree64TwoThreads/osal_kit")->Threads(2)->UseRealTime();
 BENCHMARK(AllocStd)->Name("PalAllocFree64TwoThreads/std_malloc")->Threads(2)->UseRealTime();
+BENCHMARK(AllocFreeShuffled<PalBlocks>)->Name("PalAllocFreeShuffled/osal_kit");
+BENCHMARK(AllocFreeShuffled<StdBlocks>)->Name("PalAllocFreeShuffled/std_malloc");
+BENCHMARK(AllocFreeCrossThread<PalBlocks>)->Name("PalAllocFreeCrossThread/osal_kit")->Threads(2)->UseRealTime();
+BENCHMARK(AllocFreeCrossThread<StdBlocks>)->Name("PalAllocFreeCrossThread/std_malloc")->Threads(2)->UseRealTime();
 BENCHMARK(MemcpyPal)->Name("PalMemcpy16/osal_kit");
 BENCHMARK(MemcpyStd)->Name("PalMemcpy16/std");
 BENCHMARK(TracePal)->Name("PalTraceFilteredLevel0/osal_kit");

@@ -3,10 +3,14 @@
  * Every block is attributed to a component and a label (and remembers the source
  * path and line of its request), so a process can read live counts per component
  * and label. The allocator is interchangeable with malloc/free in both directions:
- * a block from Morvex_PAL_zmalloc may be released with free(), and a block from
- * malloc() may be released with Morvex_PAL_zfree(). A tracked block released with
- * free() stays counted as live until its address is handed out again.
- * All functions may be called from any thread. */
+ * a block from Morvex_PAL_zmalloc is a plain malloc block (no header, no trailer)
+ * and may be released with free(), and a block from malloc() may be released with
+ * Morvex_PAL_zfree(). A tracked block released with free() stays counted as live
+ * (and found by Morvex_PAL_AllocLookup) until this allocator comes across its record
+ * again: as a rule when it hands the address out again on the thread that allocated
+ * it, otherwise when it releases that address with no newer block there.
+ * All functions may be called from any thread, and a block may be released on
+ * another thread than the one that allocated it; counts stay exact either way. */
 #ifndef MORVEX_PAL_MEMORY_H
 #define MORVEX_PAL_MEMORY_H
 

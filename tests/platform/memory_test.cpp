@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -66,27 +68,58 @@ TEST(Memory, InterchangesWithMallocAndFree)
     EXPECT_EQ(stale.liveBytesDelta(), 0);
 }
 
-TEST(Memory, ConcurrentAllocationKeepsExactCounts)
+// Blocks change hands while every thread keeps allocating: each thread frees half of
+// its blocks itself and hands the other half over, and takes handed blocks (often
+// another thread's, while that thread's records grow) to look up and free. The
+// counts, summed over the threads' own, match what is still handed over, and reach
+// zero once a new thread frees the rest: its first call takes over the records one of
+// the ended threads left behind.
+TEST(Memory, BlocksFreedOnOtherThreadsKeepExactCounts)
 {
     constexpr unsigned int kThreads = 4, kRounds = 3000;
     AllocationBalance balance(kComponent, "threads");
-    std::vector<std::vector<void*>> kept(kThreads);
+    std::mutex handedLock;
+    std::vector<void*> handed;
+    std::atomic<unsigned int> wrong(0);
+    auto takeOne = [&] {
+        std::lock_guard<std::mutex> lock(handedLock);
+        void* block = handed.empty() ? nullptr : handed.back();
+        if (block != nullptr)
+            handed.pop_back();
+        return block;
+    };
     std::vector<std::thread> threads;
-    for (auto& blocks : kept) {
-        threads.emplace_back([&blocks] {
+    for (unsigned int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
             for (unsigned int i = 0; i < kRounds; ++i) {
                 void* block = allocate(8u + i % 5u, "threads");
-                i % 2u ? blocks.push_back(block) : release(block);
+                if (i % 2u == 0) {
+                    release(block);
+                    continue;
+                }
+                {
+                    std::lock_guard<std::mutex> lock(handedLock);
+                    handed.push_back(block);
+                }
+                if (i % 3u != 0)
+                    continue;
+                void* taken = takeOne();
+                sMorvex_PAL_AllocInfo info{};
+                if (Morvex_PAL_AllocLookup(taken, &info) != 0 || info.size < 8u || info.size > 12u)
+                    ++wrong;
+                release(taken);
             }
         });
     }
     for (auto& thread : threads)
         thread.join();
+    EXPECT_EQ(wrong.load(), 0u);
     EXPECT_EQ(balance.allocationsSince(), kThreads * kRounds);
-    EXPECT_EQ(balance.liveBlocksDelta(), kThreads * kRounds / 2);
-    for (auto& blocks : kept)
-        for (void* block : blocks)
+    EXPECT_EQ(balance.liveBlocksDelta(), static_cast<long long>(handed.size()));
+    std::thread([&] {
+        for (void* block : handed)
             release(block);
+    }).join();
     EXPECT_EQ(balance.liveBlocksDelta(), 0);
     EXPECT_EQ(balance.liveBytesDelta(), 0);
 }

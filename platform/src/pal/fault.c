@@ -53,9 +53,20 @@ static void createKey(void)
     g_keyValid = pthread_key_create(&g_key, retireThread) == 0;
 }
 
+static atomic_uint g_lastThreadId;
+
+uint32_t morvexThreadIdSlow(void)
+{
+    MorvexFaultThreadCalls* thread = &morvexFaultThreadCalls;
+    while (thread->id == 0u)
+        thread->id = (atomic_fetch_add_explicit(&g_lastThreadId, 1u, memory_order_relaxed) + 1u) & 0x7FFFFFFFu;
+    return thread->id;
+}
+
 /* Without a key the thread can't be told of its end, so it counts globally. */
 static void linkThread(MorvexFaultThreadCalls* thread)
 {
+    (void)morvexThreadIdSlow();
     pthread_once(&g_keyOnce, createKey);
     if (!g_keyValid || pthread_setspecific(g_key, thread) != 0) {
         thread->state = 2;

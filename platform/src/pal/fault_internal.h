@@ -6,6 +6,10 @@
 #include "morvex_pal_fault.h"
 
 #include <stdatomic.h>
+#include <stdint.h>
+
+#define MORVEX_LIKELY(condition) __builtin_expect(!!(condition), 1)
+#define MORVEX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
 
 MORVEX_BEGIN_DECLS
 
@@ -20,8 +24,9 @@ MORVEX_API int Morvex_Fault_Check(eMorvex_FaultFunction function, int* code);
  * them up), and an unarmed registry costs one relaxed load. Other libraries call
  * Morvex_Fault_Check. */
 typedef struct MorvexFaultThreadCalls {
+    int state;   /* 0 not linked yet, 1 linked, 2 ended: count globally */
+    uint32_t id; /* the thread's id as a lock holder (mutex.c); set by the time state is 1 */
     _Atomic unsigned long long calls[MORVEX_FAULT_COUNT];
-    int state; /* 0 not linked yet, 1 linked, 2 ended: count globally */
     struct MorvexFaultThreadCalls* next;
     struct MorvexFaultThreadCalls* previous;
 } MorvexFaultThreadCalls;
@@ -35,6 +40,35 @@ __attribute__((visibility("hidden"))) extern atomic_uint morvexFaultArmedSlots;
 __attribute__((visibility("hidden"))) void morvexFaultCountUnlinked(eMorvex_FaultFunction function);
 /* The armed path, under the registry's lock. */
 __attribute__((visibility("hidden"))) int morvexFaultCheckArmed(eMorvex_FaultFunction function, int* code);
+/* Gives the calling thread its id if it has none yet. */
+__attribute__((visibility("hidden"))) uint32_t morvexThreadIdSlow(void);
+
+/* A number for the calling thread: never 0, and never handed to another thread in the
+ * life of the process (up to 2^31 - 1 threads), so it stays its holder's name even on
+ * a lock left held by a thread that has ended. */
+static inline uint32_t morvexThreadId(void)
+{
+    uint32_t id = morvexFaultThreadCalls.id;
+    return MORVEX_LIKELY(id != 0u) ? id : morvexThreadIdSlow();
+}
+
+/* The hot functions' way in: counts the call and returns 1 when the calling thread's
+ * block is linked and nothing is armed, so the caller goes on with its fast path (and
+ * may read morvexFaultThreadCalls.id, which is set then). Otherwise it counts nothing
+ * and returns 0, and the caller takes its checked path, which begins with
+ * MORVEX_FAULT_RETURN. */
+static inline int morvexFaultQuick(eMorvex_FaultFunction function)
+{
+    MorvexFaultThreadCalls* thread = &morvexFaultThreadCalls;
+    if (MORVEX_LIKELY(thread->state == 1 &&
+                      atomic_load_explicit(&morvexFaultArmedSlots, memory_order_relaxed) == 0u)) {
+        _Atomic unsigned long long* counter = &thread->calls[function];
+        atomic_store_explicit(counter, atomic_load_explicit(counter, memory_order_relaxed) + 1u,
+                              memory_order_relaxed);
+        return 1;
+    }
+    return 0;
+}
 
 static inline int morvexFaultCheck(eMorvex_FaultFunction function, int* code)
 {

@@ -14,6 +14,29 @@
 #include <time.h>
 #include <unistd.h>
 
+/* True while the process has never had a second thread: the C library keeps the flag
+ * until the first thread is created and never sets it back. Until then no other
+ * thread can touch a lock or a count, so plain loads and stores do an atomic
+ * operation's work, and creating that first thread orders everything done before it
+ * for the new thread. A forked child may see the flag again with a lock left held by
+ * a thread it does not have, so a fast path taken on it must only ever find the lock
+ * free (or held by the caller) and leave every other case to the general path. */
+#if defined(__has_include)
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define MORVEX_HAVE_SINGLE_THREADED 1
+#endif
+#endif
+
+static inline int morvexSingleThreaded(void)
+{
+#if defined(MORVEX_HAVE_SINGLE_THREADED)
+    return __libc_single_threaded != 0;
+#else
+    return 0;
+#endif
+}
+
 /* A 32-bit system built with 64-bit time_t needs the time64 call for a timeout. */
 static inline long morvexFutex(void* word, int op, uint32_t value, const struct timespec* timeout, uint32_t mask)
 {

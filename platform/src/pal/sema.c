@@ -11,8 +11,9 @@
 /* Count and sleepers share one 64-bit word, so a signal learns in the same atomic
  * step that raises the count whether anyone must be woken, and touches the semaphore
  * no more afterwards: a waiter that takes the count may destroy it at once. Waits
- * that find the count positive and signals that find no sleeper make no system call.
- * Sleepers sleep on the count's half of the word. */
+ * that find the count positive and signals that find no sleeper make no system call,
+ * and while the process has a single thread no atomic operation either. Sleepers
+ * sleep on the count's half of the word. */
 struct sMorvex_PAL_Sema {
     _Atomic uint64_t word;
 };
@@ -60,27 +61,51 @@ eMorvex_PAL_SemaError Morvex_PAL_SemaDeInit(sMorvex_PAL_Sema** handle)
     return SEMA_OK;
 }
 
-eMorvex_PAL_SemaError Morvex_PAL_SemaSignal(sMorvex_PAL_Sema* handle)
+static eMorvex_PAL_SemaError signal(sMorvex_PAL_Sema* sema)
 {
-    MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaSignal, eMorvex_PAL_SemaError);
-    if (handle == Morvex_NULL)
-        return SEMA_ERROR_INV_HANDLE;
-    void* half = countHalf(handle);
-    uint64_t word = atomic_load_explicit(&handle->word, memory_order_relaxed);
+    void* half = countHalf(sema);
+    uint64_t word = atomic_load_explicit(&sema->word, memory_order_relaxed);
+    if (morvexSingleThreaded() && word < ONE_SLEEPER && countOf(word) != UINT32_MAX) {
+        atomic_store_explicit(&sema->word, word + 1u, memory_order_release);
+        return SEMA_OK;
+    }
     do {
         if (countOf(word) == UINT32_MAX)
             return SEMA_ERROR_OVERFLOW;
-    } while (!atomic_compare_exchange_weak_explicit(&handle->word, &word, word + 1u, memory_order_release,
+    } while (!atomic_compare_exchange_weak_explicit(&sema->word, &word, word + 1u, memory_order_release,
                                                     memory_order_relaxed));
     if (word >= ONE_SLEEPER)
         morvexFutexWake(half, 1);
     return SEMA_OK;
 }
 
+static __attribute__((noinline)) eMorvex_PAL_SemaError signalChecked(sMorvex_PAL_Sema* handle)
+{
+    MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaSignal, eMorvex_PAL_SemaError);
+    if (handle == Morvex_NULL)
+        return SEMA_ERROR_INV_HANDLE;
+    return signal(handle);
+}
+
+eMorvex_PAL_SemaError Morvex_PAL_SemaSignal(sMorvex_PAL_Sema* handle)
+{
+    if (MORVEX_UNLIKELY(!morvexFaultQuick(MORVEX_FAULT_SemaSignal)))
+        return signalChecked(handle);
+    if (MORVEX_UNLIKELY(handle == Morvex_NULL))
+        return SEMA_ERROR_INV_HANDLE;
+    return signal(handle);
+}
+
 /* Lowers a positive count; 0 when it was 0. */
-static int takeCount(sMorvex_PAL_Sema* sema)
+static inline int takeCount(sMorvex_PAL_Sema* sema)
 {
     uint64_t word = atomic_load_explicit(&sema->word, memory_order_relaxed);
+    if (morvexSingleThreaded()) {
+        if (countOf(word) == 0u)
+            return 0;
+        atomic_store_explicit(&sema->word, word - 1u, memory_order_relaxed);
+        return 1;
+    }
     while (countOf(word) > 0u) {
         if (atomic_compare_exchange_weak_explicit(&sema->word, &word, word - 1u, memory_order_acquire,
                                                   memory_order_relaxed))
@@ -90,7 +115,7 @@ static int takeCount(sMorvex_PAL_Sema* sema)
 }
 
 /* deadline NULL: no limit. */
-static eMorvex_PAL_SemaError waitUntil(sMorvex_PAL_Sema* sema, const struct timespec* deadline)
+static __attribute__((noinline)) eMorvex_PAL_SemaError waitUntil(sMorvex_PAL_Sema* sema, const struct timespec* deadline)
 {
     if (takeCount(sema))
         return SEMA_OK;
@@ -128,11 +153,22 @@ static eMorvex_PAL_SemaError waitUntil(sMorvex_PAL_Sema* sema, const struct time
     }
 }
 
-eMorvex_PAL_SemaError Morvex_PAL_SemaWait(sMorvex_PAL_Sema* handle)
+static __attribute__((noinline)) eMorvex_PAL_SemaError waitChecked(sMorvex_PAL_Sema* handle)
 {
     MORVEX_FAULT_RETURN(MORVEX_FAULT_SemaWait, eMorvex_PAL_SemaError);
     if (handle == Morvex_NULL)
         return SEMA_ERROR_INV_HANDLE;
+    return waitUntil(handle, Morvex_NULL);
+}
+
+eMorvex_PAL_SemaError Morvex_PAL_SemaWait(sMorvex_PAL_Sema* handle)
+{
+    if (MORVEX_UNLIKELY(!morvexFaultQuick(MORVEX_FAULT_SemaWait)))
+        return waitChecked(handle);
+    if (MORVEX_UNLIKELY(handle == Morvex_NULL))
+        return SEMA_ERROR_INV_HANDLE;
+    if (MORVEX_LIKELY(takeCount(handle)))
+        return SEMA_OK;
     return waitUntil(handle, Morvex_NULL);
 }
 
