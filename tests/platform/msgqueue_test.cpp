@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-static_assert(sizeof(tMsgQueueHandle) == 4, "handles are 32-bit on every host");
-
 // Filled up again and again and drained by a few each time, against a model that picks
 // the smallest (priority, order sent).
 TEST(MsgQueue, SmallerPrioritiesComeFirstAndEqualOnesInTheOrderSent)

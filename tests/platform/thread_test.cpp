@@ -16,7 +16,7 @@ static int recordSelf(void*)
     return 0;
 }
 
-// Each thread also finds its own handle inside; no other thread has one.
+// Each thread also finds its own handle inside.
 TEST(Thread, NamesAreCutToFifteenBytesOnACharacterBoundary)
 {
     const struct {
@@ -42,5 +42,4 @@ TEST(Thread, NamesAreCutToFifteenBytesOnACharacterBoundary)
                   std::make_tuple(row.kept, row.kept, thread)) << "row at line " << row.line;
         EXPECT_EQ(Morvex_PAL_ThreadDeInit(&thread), THREAD_OK);
     }
-    EXPECT_EQ(Morvex_PAL_ThreadGetCurrent(), nullptr);
 }
