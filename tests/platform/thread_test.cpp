@@ -1,60 +1,29 @@
-// Starting twice, running again, waiting for itself or before a start, and the
-// priorities kept are covered through CThread's tests.
-#include "morvex_pal_sema.h"
 #include "morvex_pal_thread.h"
 
 #include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <string>
-#include <thread>
-#include <vector>
+#include <tuple>
 
-namespace {
+static sMorvex_PAL_Thread* seenCurrent;
+static char seenName[32];
 
-// A semaphore the test and its threads hand to each other.
-struct Latch {
-    Latch() { Morvex_PAL_SemaInit(&sema, 0); }
-    ~Latch() { Morvex_PAL_SemaDeInit(&sema); }
-    void open() { Morvex_PAL_SemaSignal(sema); }
-    void pass() { Morvex_PAL_SemaWait(sema); }
-    sMorvex_PAL_Sema* sema = nullptr;
-};
-
-struct Seen {
-    sMorvex_PAL_Thread* current = nullptr;
-    char osName[32] = {};
-};
-
-int recordSelf(void* argument)
+static int recordSelf(void*)
 {
-    auto* seen = static_cast<Seen*>(argument);
-    seen->current = Morvex_PAL_ThreadGetCurrent();
-    pthread_getname_np(pthread_self(), seen->osName, sizeof seen->osName);
-    return 7;
+    seenCurrent = Morvex_PAL_ThreadGetCurrent();
+    pthread_getname_np(pthread_self(), seenName, sizeof seenName);
+    return 0;
 }
 
-class Thread : public ::testing::Test {
-protected:
-    void TearDown() override { Morvex_PAL_ThreadDeInit(&thread_); }
-
-    void start(tMorvex_PAL_ThreadFunction function, void* argument, const char* name = "worker")
-    {
-        ASSERT_EQ(Morvex_PAL_ThreadInit(&thread_, name, THREAD_PRIO_NORMAL), THREAD_OK);
-        ASSERT_EQ(Morvex_PAL_ThreadCreate(thread_, function, argument), THREAD_OK);
-    }
-
-    sMorvex_PAL_Thread* thread_ = nullptr;
-    Seen seen_;
-};
-
-TEST_F(Thread, NamesAreCutToFifteenBytesOnACharacterBoundary)
+// Each thread also finds its own handle inside.
+TEST(Thread, NamesAreCutToFifteenBytesOnACharacterBoundary)
 {
-    struct Row {
+    const struct {
         int line;
         const char* name;
         std::string kept;
-    } const rows[] = {
+    } rows[] = {
         {__LINE__, nullptr, ""},
         {__LINE__, "exactly15bytes!", "exactly15bytes!"},
         {__LINE__, "sixteen-bytes-xx", "sixteen-bytes-x"},
@@ -63,61 +32,14 @@ TEST_F(Thread, NamesAreCutToFifteenBytesOnACharacterBoundary)
         {__LINE__, "twelve-bytes\xC3\xA9xyz", "twelve-bytes\xC3\xA9x"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(::testing::Message() << "row at line " << row.line);
-        start(recordSelf, &seen_, row.name);
+        sMorvex_PAL_Thread* thread = nullptr;
         char name[32];
-        ASSERT_EQ(Morvex_PAL_ThreadGetName(thread_, name, sizeof name), THREAD_OK);
-        EXPECT_EQ(name, row.kept);
-        ASSERT_EQ(Morvex_PAL_ThreadWait(thread_, nullptr), THREAD_OK);
-        EXPECT_EQ(seen_.osName, row.kept);
-        ASSERT_EQ(Morvex_PAL_ThreadDeInit(&thread_), THREAD_OK);
+        ASSERT_EQ(Morvex_PAL_ThreadInit(&thread, row.name, THREAD_PRIO_NORMAL), THREAD_OK);
+        ASSERT_EQ(Morvex_PAL_ThreadCreate(thread, recordSelf, nullptr), THREAD_OK);
+        ASSERT_EQ(Morvex_PAL_ThreadGetName(thread, name, sizeof name), THREAD_OK);
+        ASSERT_EQ(Morvex_PAL_ThreadWait(thread, nullptr), THREAD_OK);
+        EXPECT_EQ(std::make_tuple(std::string(name), std::string(seenName), seenCurrent),
+                  std::make_tuple(row.kept, row.kept, thread)) << "row at line " << row.line;
+        EXPECT_EQ(Morvex_PAL_ThreadDeInit(&thread), THREAD_OK);
     }
 }
-
-TEST_F(Thread, EveryWaiterGetsTheExitValueAndSeesTheStoredHandleInside)
-{
-    start(recordSelf, &seen_);
-    std::vector<int> values(3, -1);
-    std::vector<std::thread> waiters;
-    for (int& value : values)
-        waiters.emplace_back([&] { EXPECT_EQ(Morvex_PAL_ThreadWait(thread_, &value), THREAD_OK); });
-    for (auto& waiter : waiters)
-        waiter.join();
-    EXPECT_EQ(values, std::vector<int>(3, 7));
-    EXPECT_EQ(Morvex_PAL_ThreadWait(thread_, &values[0]), THREAD_OK); // again: at once, same value
-    EXPECT_EQ(values[0], 7);
-    EXPECT_EQ(seen_.current, thread_);
-    EXPECT_EQ(Morvex_PAL_ThreadGetCurrent(), nullptr);
-}
-
-struct Handshake {
-    Latch running, release, finished;
-    static int run(void* argument)
-    {
-        auto* self = static_cast<Handshake*>(argument);
-        self->running.open();
-        self->release.pass();
-        self->finished.open();
-        return 0;
-    }
-};
-
-// The object outlives its handle; the sanitizers' leak and use-after-free checks tell
-// whether the thread releases it exactly once.
-TEST_F(Thread, DeInitWhileRunningReleasesTheObjectWhenTheThreadEnds)
-{
-    Handshake handshake;
-    start(Handshake::run, &handshake);
-    handshake.running.pass();
-    ASSERT_EQ(Morvex_PAL_ThreadDeInit(&thread_), THREAD_OK);
-    EXPECT_EQ(thread_, nullptr);
-    handshake.release.open();
-    handshake.finished.pass();
-}
-
-TEST_F(Thread, AnUnknownPriorityIsRefused)
-{
-    EXPECT_EQ(Morvex_PAL_ThreadInit(&thread_, "p", eMorvex_PAL_ThreadPrio(7)), THREAD_ERROR_INV_PRIORITY);
-}
-
-} // namespace
