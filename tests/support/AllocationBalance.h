@@ -11,19 +11,26 @@
 
 namespace osal_kit_test {
 
-// Takes a snapshot of the allocator's counts for `component` and `label` (nullptr
-// label: all labels of the component) and tells how they moved since. Counts are
-// process-wide: other threads allocating under the same names move them too.
+// A snapshot of the allocator's counts for `component` and `label` (nullptr label: all
+// labels of the component) that tells how they moved since. Counts are process-wide:
+// other threads allocating under the same names move them too.
 class AllocationBalance {
 public:
-    explicit AllocationBalance(const char* component = "osal_kit", const char* label = nullptr);
-
-    long long liveBlocksDelta() const;
-    long long liveBytesDelta() const;
-    unsigned long long allocationsSince() const;
+    explicit AllocationBalance(const char* component = "osal_kit", const char* label = nullptr)
+        : component_(component), label_(label), start_(now())
+    {
+    }
+    long long liveBlocksDelta() const { return static_cast<long long>(now().liveBlocks) - static_cast<long long>(start_.liveBlocks); }
+    long long liveBytesDelta() const { return static_cast<long long>(now().liveBytes) - static_cast<long long>(start_.liveBytes); }
+    unsigned long long allocationsSince() const { return now().allocations - start_.allocations; }
 
 private:
-    sMorvex_PAL_AllocStats now() const;
+    sMorvex_PAL_AllocStats now() const
+    {
+        sMorvex_PAL_AllocStats stats{};
+        Morvex_PAL_AllocGetStats(component_, label_, &stats);
+        return stats;
+    }
 
     const char* component_;
     const char* label_;
@@ -32,12 +39,9 @@ private:
 
 // Disarms every fault when made and when destroyed, so a failing test can't leave
 // one armed for the next.
-class FaultGuard {
-public:
-    FaultGuard();
-    ~FaultGuard();
-    FaultGuard(const FaultGuard&) = delete;
-    FaultGuard& operator=(const FaultGuard&) = delete;
+struct FaultGuard {
+    FaultGuard() { Morvex_Fault_DisarmAll(); }
+    ~FaultGuard() { Morvex_Fault_DisarmAll(); }
 };
 
 // Makes the next `count` calls of `function` (on this thread only, unless told
@@ -63,7 +67,7 @@ public:
             calls.push_back(Morvex_Fault_Calls(functions_[i]) - start_[i]);
         return calls;
     }
-    // One count per function, for comparing with since().
+    // One zero per function, for comparing with since().
     std::vector<unsigned long long> none() const { return std::vector<unsigned long long>(functions_.size(), 0); }
 
 private:

@@ -6,42 +6,26 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <string>
-
 namespace osal_kit_test {
 
 // A snapshot of every label the library allocates under, and of all of them together.
 class LiveCounts {
 public:
-    LiveCounts()
-        : all_("osal_kit"), new_("osal_kit", "new"), array_("osal_kit", "new[]"),
-          nothrowArray_("osal_kit", "new[](std::nothrow_t)"), memory_("osal_kit", "Memory::alloc")
-    {
-    }
-
     // Adds a failure naming each label whose live blocks or bytes moved.
     void expectUnchanged() const
     {
-        const std::array<std::pair<const char*, const AllocationBalance*>, 5> labels{{
-            {"all labels", &all_},
-            {"new", &new_},
-            {"new[]", &array_},
-            {"new[](std::nothrow_t)", &nothrowArray_},
-            {"Memory::alloc", &memory_},
-        }};
-        for (const auto& label : labels) {
-            EXPECT_EQ(0, label.second->liveBlocksDelta()) << "live blocks of " << label.first;
-            EXPECT_EQ(0, label.second->liveBytesDelta()) << "live bytes of " << label.first;
+        for (int i = 0; i < 5; ++i) {
+            const char* name = kLabels[i] != nullptr ? kLabels[i] : "all labels";
+            EXPECT_EQ(0, counts_[i].liveBlocksDelta()) << "live blocks of " << name;
+            EXPECT_EQ(0, counts_[i].liveBytesDelta()) << "live bytes of " << name;
         }
     }
 
 private:
-    AllocationBalance all_;
-    AllocationBalance new_;
-    AllocationBalance array_;
-    AllocationBalance nothrowArray_;
-    AllocationBalance memory_;
+    static constexpr const char* kLabels[5] = {nullptr, "new", "new[]", "new[](std::nothrow_t)", "Memory::alloc"};
+    AllocationBalance counts_[5] = {AllocationBalance("osal_kit", kLabels[0]), AllocationBalance("osal_kit", kLabels[1]),
+                                    AllocationBalance("osal_kit", kLabels[2]), AllocationBalance("osal_kit", kLabels[3]),
+                                    AllocationBalance("osal_kit", kLabels[4])};
 };
 
 } // namespace osal_kit_test

@@ -46,11 +46,6 @@ public:
     TraceTally(const TraceTally&) = delete;
     TraceTally& operator=(const TraceTally&) = delete;
 
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        count_ = 0;
-    }
     // Whether a record of `level` with `format` (nullptr: none) came from a source path
     // ending in `file`.
     // With `value`, the record's first value must be that text.
@@ -66,16 +61,6 @@ public:
         }
         return false;
     }
-    // The number of records at `level` or above.
-    unsigned int atLeast(int level) const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        unsigned int n = 0;
-        for (unsigned int i = 0; i < count_ && i < records_.size(); ++i)
-            n += records_[i].level >= level ? 1u : 0u;
-        return n;
-    }
-
 private:
     static bool endsWith(const char* path, const char* file)
     {
@@ -153,9 +138,6 @@ public:
 
     const PalFault& fault() const { return fault_; }
     bool injected() const { return Morvex_Fault_Injected(fault_.function) != injected_; }
-    // The step during which the failure was injected, or nullptr (none, or between steps
-    // on another thread).
-    const char* failedStep() const { return failedStep_; }
     bool failedIn(const char* step) const { return failedStep_ != nullptr && std::strcmp(failedStep_, step) == 0; }
     unsigned long long callsWhileArmed() const { return calls_; }
 

@@ -28,16 +28,33 @@ struct CapturedTrace {
 // which it receives nothing more. Only one capture should be alive at a time.
 class TraceCapture {
 public:
-    TraceCapture();
-    ~TraceCapture();
+    TraceCapture() { Morvex_TraceOut_SetSink(&TraceCapture::sink, this); }
+    ~TraceCapture() { Morvex_TraceOut_SetSink(nullptr, nullptr); }
     TraceCapture(const TraceCapture&) = delete;
     TraceCapture& operator=(const TraceCapture&) = delete;
 
-    std::vector<CapturedTrace> records() const;
-    void clear();
+    std::vector<CapturedTrace> records() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return records_;
+    }
+    void clear()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        records_.clear();
+    }
 
 private:
-    static void sink(const sMorvex_TraceRecord* record, void* context);
+    static void sink(const sMorvex_TraceRecord* r, void* context)
+    {
+        auto text = [](const char* t) { return t ? std::string(t) : std::string(); };
+        CapturedTrace copy{r->level, text(r->component), r->reserved, text(r->sourcePath), text(r->traceId), r->line,
+                           r->format != nullptr, text(r->format),
+                           std::vector<std::string>(r->values, r->values + r->valueCount)};
+        auto* self = static_cast<TraceCapture*>(context);
+        std::lock_guard<std::mutex> lock(self->mutex_);
+        self->records_.push_back(std::move(copy));
+    }
 
     mutable std::mutex mutex_;
     std::vector<CapturedTrace> records_;

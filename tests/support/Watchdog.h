@@ -14,9 +14,8 @@
 namespace osal_kit_test {
 
 // One watching thread for many guarded runs. guard() starts the clock for one run,
-// release() stops it. A run that is still guarded after `limit` cannot be interrupted
-// (it may hold any lock), so the watchdog names it on stderr and ends the process with
-// a failure.
+// release() stops it. A run still guarded after `limit` cannot be interrupted (it may
+// hold any lock), so the watchdog names it on stderr and ends the process with a failure.
 class Watchdog {
 public:
     explicit Watchdog(std::chrono::seconds limit = std::chrono::seconds(10))
@@ -25,45 +24,34 @@ public:
     }
     ~Watchdog()
     {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            quit_ = true;
-        }
-        changed_.notify_all();
+        set(nullptr, true);
         thread_.join();
     }
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
-
-    void guard(const std::string& what)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        what_ = what;
-        deadline_ = std::chrono::steady_clock::now() + limit_;
-        guarded_ = true;
-        ++generation_;
-        changed_.notify_all();
-    }
-    void release()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        guarded_ = false;
-        ++generation_;
-        changed_.notify_all();
-    }
+    void guard(const std::string& what) { set(&what, false); }
+    void release() { set(nullptr, false); }
 
 private:
+    void set(const std::string* what, bool quit)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (what != nullptr) {
+            what_ = *what;
+            deadline_ = std::chrono::steady_clock::now() + limit_;
+        }
+        guarded_ = what != nullptr;
+        quit_ = quit;
+        ++generation_;
+        changed_.notify_all();
+    }
     void watch()
     {
         std::unique_lock<std::mutex> lock(mutex_);
         while (!quit_) {
-            if (!guarded_) {
-                changed_.wait(lock);
+            const unsigned long long generation = generation_;
+            if (!guarded_ || changed_.wait_until(lock, deadline_, [&] { return generation_ != generation; })) {
+                changed_.wait(lock, [&] { return generation_ != generation; });
                 continue;
             }
-            const unsigned long long generation = generation_;
-            if (changed_.wait_until(lock, deadline_, [&] { return quit_ || generation_ != generation; }))
-                continue;
             std::fprintf(stderr, "\nFAILED: hang: %s did not finish within %lld s\n", what_.c_str(),
                          static_cast<long long>(limit_.count()));
             std::fflush(stderr);
@@ -83,14 +71,9 @@ private:
 };
 
 // Guards one run for as long as it lives.
-class WatchdogGuard {
-public:
+struct WatchdogGuard {
     WatchdogGuard(Watchdog& watchdog, const std::string& what) : watchdog_(watchdog) { watchdog_.guard(what); }
     ~WatchdogGuard() { watchdog_.release(); }
-    WatchdogGuard(const WatchdogGuard&) = delete;
-    WatchdogGuard& operator=(const WatchdogGuard&) = delete;
-
-private:
     Watchdog& watchdog_;
 };
 
