@@ -1,16 +1,17 @@
-// CBuffer: sizes in whole blocks, copy on write (also across threads), copying in and
-// out, equality, and its byte-stream form.
+// Buffers and streams: the shared memory block, the growable byte buffer (copy on write,
+// also across threads), the byte-stream forms and the memory stream pair. Reading
+// records of outside bytes is the business of the stream_read fuzz target.
 
 #include "core/Buffer.h"
+#include "core/DateAndTime.h"
 
 #include "support/AllocationBalance.h"
 #include "support/StreamBytes.h"
 
-#include "morvex_pal_fault.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,12 +19,23 @@
 namespace {
 
 using PAL::CBuffer;
-using osal_kit_test::AllocationBalance;
+using PAL::CRCMemoryBuffer;
 using osal_kit_test::Bytes;
-using osal_kit_test::FaultGuard;
 using osal_kit_test::bufferOf;
 using osal_kit_test::bytesOf;
 using osal_kit_test::written;
+
+CRCMemoryBuffer blockWith(const std::string& text)
+{
+    CRCMemoryBuffer block(static_cast<unsigned int>(text.size()));
+    std::memcpy(block.getBuffer(), text.data(), text.size());
+    return block;
+}
+
+std::string textOf(const CRCMemoryBuffer& block)
+{
+    return std::string(static_cast<const char*>(block.getBuffer()), block.getCapacity());
+}
 
 CBuffer holding(const std::string& text, unsigned int blockSize = CBuffer::DEFAULT_BLOCK_SIZE)
 {
@@ -38,140 +50,82 @@ std::string textOf(const CBuffer& buffer)
     return std::string(bytes.begin(), bytes.end());
 }
 
-TEST(BufferTest, SizesAreKeptInWholeBlocks)
+const void* blockOf(const CBuffer& buffer) { return buffer.getMemoryBuffer().getBuffer(); }
+
+// Empty handles share one static block and allocate nothing; a block is freed by its
+// last handle; equal blocks have the same capacity and bytes.
+TEST(RCMemoryBufferTest, BlocksAreSharedCountedAndComparedByContent)
 {
-    const PAL::CRCMemoryBuffer five(5);
+    osal_kit_test::AllocationBalance balance;
+    const CRCMemoryBuffer byDefault, sized0(0), impossible(0xFFFFFFFFu);
+    EXPECT_EQ(0u, balance.allocationsSince());
+    EXPECT_TRUE(byDefault.getBuffer() == nullptr && sized0.getBuffer() == nullptr && impossible.getBuffer() == nullptr);
+    EXPECT_TRUE(byDefault == sized0 && byDefault != blockWith("a") && blockWith("a") != sized0);
+    EXPECT_TRUE(blockWith("abcde") == blockWith("abcde") && blockWith("abcde") != blockWith("abcdf"));
+    EXPECT_TRUE(CRCMemoryBuffer(5) != CRCMemoryBuffer(6) && CRCMemoryBuffer::sNullBuffer.mRefCount == 1);
+    {
+        CRCMemoryBuffer first = blockWith("abc"), second;
+        second = first;
+        first.removeRef();
+        EXPECT_TRUE(first.getBuffer() == nullptr && textOf(second) == "abc" && balance.liveBlocksDelta() == 1);
+    }
+    EXPECT_EQ(0, balance.liveBlocksDelta());
+    // The allocator is asked for the header plus the capacity rounded up to 8.
+    const unsigned int header = sizeof(CRCMemoryBuffer::SHeader);
+    for (const unsigned int capacity : {1u, 8u, 9u}) {
+        const CRCMemoryBuffer block(capacity);
+        sMorvex_PAL_AllocInfo info{};
+        ASSERT_EQ(0, Morvex_PAL_AllocLookup(static_cast<const char*>(block.getBuffer()) - header, &info));
+        EXPECT_EQ(header + (capacity + 7) / 8 * 8, info.size) << capacity;
+        EXPECT_EQ(std::string(capacity, '\0'), textOf(block));
+    }
+}
+
+TEST(BufferTest, SizesAreKeptInWholeBlocksAndOnlyUsedBytesCompare)
+{
+    const CRCMemoryBuffer five(5);
     const struct { int line; CBuffer buffer; unsigned int blockSize, size, capacity; } rows[] = {
         {__LINE__, CBuffer(), 16, 0, 0},
         {__LINE__, CBuffer(5, 0), 16, 5, 16},
         {__LINE__, CBuffer(17, 16), 16, 17, 32},
-        {__LINE__, CBuffer(0, 4), 4, 0, 0},
+        {__LINE__, CBuffer(13, 3), 3, 13, 15},
+        {__LINE__, CBuffer(0xFFFFFFF1u, 16), 16, 0, 0}, // rounded up, the size would not fit in 32 bits
         {__LINE__, CBuffer(five), 16, 5, 5},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.blockSize, row.buffer.getBlockSize());
-        EXPECT_EQ(row.size, row.buffer.getSize());
-        EXPECT_EQ(row.capacity, row.buffer.getCapacity());
+        EXPECT_TRUE(row.blockSize == row.buffer.getBlockSize() && row.size == row.buffer.getSize()
+                    && row.capacity == row.buffer.getCapacity()) << row.line;
     }
-    EXPECT_EQ(five.getBuffer(), CBuffer(five).getMemoryBuffer().getBuffer());
-    const struct { int line; unsigned int blockSize, n, aligned; } aligned[] = {
-        {__LINE__, 16, 0, 0}, {__LINE__, 16, 1, 16}, {__LINE__, 16, 16, 16}, {__LINE__, 3, 4, 6},
-        {__LINE__, 16, 0xFFFFFFF0u, 0xFFFFFFF0u}, {__LINE__, 16, 0xFFFFFFF1u, 0}};
-    for (const auto& row : aligned) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.aligned, CBuffer(0, row.blockSize).getAlignedSize(row.n));
-    }
+    EXPECT_TRUE(blockOf(CBuffer(five)) == five.getBuffer() && CBuffer().getAlignedSize(0xFFFFFFF0u) == 0xFFFFFFF0u);
+    EXPECT_TRUE(holding("abc", 4) == holding("abc", 64) && CBuffer() == CBuffer(0, 7));
+    EXPECT_TRUE(holding("abc") != holding("abd") && holding("abc") != holding("ab"));
 }
 
-TEST(BufferTest, ResizeMovesTheBytesOnlyWhenTheRoundedSizeChanges)
+// The block moves only when the rounded size changes, or when forced, and keeps the
+// bytes that still fit; copyTo grows the buffer, copyFrom stops at its used size.
+TEST(BufferTest, ResizeReserveAndCopyKeepTheBytesThatFit)
 {
     CBuffer buffer = holding("abcde");
-    const void* first = buffer.getMemoryBuffer().getBuffer();
+    const void* first = blockOf(buffer);
     buffer.resize(10);
-    EXPECT_EQ(first, buffer.getMemoryBuffer().getBuffer());
+    EXPECT_EQ(first, blockOf(buffer));
     buffer.resize(20);
-    EXPECT_EQ(32u, buffer.getCapacity());
     EXPECT_EQ(std::string("abcde") + std::string(15, '\0'), textOf(buffer));
     buffer.resize(3);
     EXPECT_EQ(16u, buffer.getCapacity());
-    EXPECT_EQ("abc", textOf(buffer));
-    const void* before = buffer.getMemoryBuffer().getBuffer();
+    const void* before = blockOf(buffer);
     buffer.reserve(2);
-    EXPECT_EQ(before, buffer.getMemoryBuffer().getBuffer());
+    EXPECT_EQ(before, blockOf(buffer));
     buffer.reserve(2, true);
-    EXPECT_NE(before, buffer.getMemoryBuffer().getBuffer());
-    EXPECT_EQ("abc", textOf(buffer));
+    EXPECT_NE(before, blockOf(buffer));
     buffer.resize(0xFFFFFFFFu);
     EXPECT_EQ("abc", textOf(buffer));
-}
-
-TEST(BufferTest, CopiesShareUntilOneOfThemWrites)
-{
-    AllocationBalance balance;
-    const CBuffer original = holding("abc");
-    CBuffer copy;
-    copy = original;
-    EXPECT_EQ(original.getMemoryBuffer().getBuffer(), copy.getMemoryBuffer().getBuffer());
-    EXPECT_EQ(1u, copy.copyTo("X", 1, 0));
-    EXPECT_EQ("abc", textOf(original));
-    EXPECT_EQ("Xbc", textOf(copy));
-    const void* own = copy.getMemoryBuffer().getBuffer();
-    copy.copyTo("Y", 1, 1);
-    EXPECT_EQ(own, copy.getMemoryBuffer().getBuffer());
-    EXPECT_EQ(2, balance.liveBlocksDelta());
-}
-
-TEST(BufferTest, CopyToGrowsCopyFromStopsAtTheUsedSize)
-{
-    CBuffer buffer;
     EXPECT_EQ(4u, buffer.copyTo("wxyz", 4, 10));
-    EXPECT_EQ(14u, buffer.getSize());
-    EXPECT_EQ(std::string(10, '\0') + "wxyz", textOf(buffer));
+    EXPECT_EQ(std::string("abc\0\0\0\0\0\0\0wxyz", 14), textOf(buffer));
     char out[100] = {};
     EXPECT_EQ(4u, buffer.copyFrom(out, 100, 10));
-    EXPECT_EQ(0u, buffer.copyFrom(out, 1, 14));
-    EXPECT_EQ(0u, buffer.copyFrom(nullptr, 1, 0));
-    EXPECT_EQ(0u, buffer.copyTo(nullptr, 1, 0));
-    EXPECT_EQ(0u, buffer.copyTo("a", 2, 0xFFFFFFFFu));
-    EXPECT_EQ(14u, buffer.getSize());
-}
-
-TEST(BufferTest, EqualityLooksAtTheUsedBytesOnly)
-{
-    EXPECT_TRUE(holding("abc", 4) == holding("abc", 64));
-    EXPECT_TRUE(CBuffer() == CBuffer(0, 7));
-    EXPECT_TRUE(holding("abc") != holding("abd"));
-    EXPECT_TRUE(holding("abc") != holding("ab"));
-}
-
-TEST(BufferTest, StreamFormWritesTheWholeBlock)
-{
-    CBuffer cut = holding("abcde");
-    cut.resize(3);
-    const struct { int line; Bytes actual, expected; } rows[] = {
-        {__LINE__, written(holding("abc", 4)), {4, 0, 0, 0, 'a', 'b', 'c', 0}},
-        {__LINE__, written(holding("abcd", 4)), {4, 0, 0, 0, 'a', 'b', 'c', 'd'}},
-        {__LINE__, written(CBuffer()), {0, 0, 0, 0}},
-        {__LINE__, written(cut), {16, 0, 0, 0, 'a', 'b', 'c', 'd', 'e', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.expected, row.actual);
-    }
-}
-
-TEST(BufferTest, ReadingTakesTheLengthAsSizeAndKeepsTheBlockSize)
-{
-    FaultGuard guard;
-    CBuffer target = holding("old", 8);
-    PAL::CMemoryIStream(bufferOf(written(holding("abc", 4)))) >> target;
-    EXPECT_EQ(std::string("abc\0", 4), textOf(target));
-    EXPECT_EQ(8u, target.getBlockSize());
-    const PAL::CMemoryIStream other(bufferOf(written(holding("xyz"))));
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-    other >> target;
-    EXPECT_EQ(std::string("abc\0", 4), textOf(target));
-    PAL::CMemoryIStream(bufferOf({0, 0, 0, 0})) >> target;
-    EXPECT_EQ(0u, target.getSize());
-}
-
-// A length beyond 64 KiB that the stream does not hold is taken for a lie: nothing is
-// allocated and the buffer stays as it was, size included.
-TEST(BufferTest, ReadingALengthBeyondTheStreamLeavesTheBuffer)
-{
-    for (const unsigned int length : {0x10001u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
-        SCOPED_TRACE(length);
-        Bytes record = written(length);
-        record.insert(record.end(), {'a', 'b', 'c'});
-        const PAL::CMemoryIStream in(bufferOf(record));
-        CBuffer target = holding("old", 8);
-        AllocationBalance balance;
-        in >> target;
-        EXPECT_EQ(0u, balance.allocationsSince());
-        EXPECT_EQ(3u, target.getSize());
-        EXPECT_EQ("old", textOf(target).substr(0, 3));
-    }
+    EXPECT_EQ(0u, buffer.copyFrom(out, 1, 14) + buffer.copyFrom(nullptr, 1, 0));
+    EXPECT_EQ(0u, buffer.copyTo(nullptr, 1, 0) + buffer.copyTo("a", 2, 0xFFFFFFFFu));
 }
 
 // In every round all threads hold copies of one block and write into them at once: all
@@ -180,33 +134,101 @@ TEST(BufferTest, ReadingALengthBeyondTheStreamLeavesTheBuffer)
 TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
 {
     const unsigned int threads = 4, rounds = 200;
-    AllocationBalance balance;
+    osal_kit_test::AllocationBalance balance;
     {
-        std::vector<std::vector<CBuffer>> copies(rounds);
-        for (std::vector<CBuffer>& round : copies)
-            round.assign(threads, holding("...."));
-        std::atomic<bool> go{false};
+        std::vector<std::vector<CBuffer>> copies;
+        for (unsigned int round = 0; round < rounds; ++round)
+            copies.emplace_back(threads, holding("...."));
+        std::atomic<unsigned int> ready{0};
         std::vector<std::thread> workers;
         for (unsigned int t = 0; t < threads; ++t) {
             workers.emplace_back([&, t] {
-                while (!go.load())
+                for (++ready; ready.load() < threads;)
                     std::this_thread::yield();
                 const char mark = static_cast<char>('A' + t);
                 for (std::vector<CBuffer>& round : copies)
                     round[t].copyTo(&mark, 1, t);
             });
         }
-        go.store(true);
         for (std::thread& worker : workers)
             worker.join();
         for (unsigned int t = 0; t < threads; ++t) {
-            std::string expected("....");
-            expected[t] = static_cast<char>('A' + t);
             for (const std::vector<CBuffer>& round : copies)
-                EXPECT_EQ(expected, textOf(round[t]));
+                EXPECT_EQ(std::string("....").replace(t, 1, 1, static_cast<char>('A' + t)), textOf(round[t]));
         }
     }
     EXPECT_EQ(0, balance.liveBlocksDelta());
+}
+
+// Host byte order, no tags, no padding; a buffer travels as its whole block.
+TEST(StreamTest, ValuesAreWrittenAsTheyLieInMemoryOneRawWriteEach)
+{
+    CBuffer cut = holding("abcde");
+    cut.resize(3);
+    const struct { int line; Bytes actual, expected; } rows[] = {
+        {__LINE__, written(0x04030201u), {1, 2, 3, 4}},
+        {__LINE__, written(0x0807060504030201ull), {1, 2, 3, 4, 5, 6, 7, 8}},
+        {__LINE__, written('\xFF'), {0xFF}},
+        {__LINE__, written(PAL::CDateAndTime(0x0102030405060708ull)), {8, 7, 6, 5, 4, 3, 2, 1}},
+        {__LINE__, written(blockWith("abcde")), {5, 0, 0, 0, 'a', 'b', 'c', 'd', 'e'}},
+        {__LINE__, written(CRCMemoryBuffer()), {0, 0, 0, 0}},
+        {__LINE__, written(cut), {16, 0, 0, 0, 'a', 'b', 'c', 'd', 'e', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.expected, row.actual) << row.line;
+    osal_kit_test::RecordingOStream out;
+    out << 1u << 2ull << 'c' << PAL::CDateAndTime(3ull) << blockWith("ab");
+    EXPECT_EQ((std::vector<std::string>{"write 4", "write 8", "write 1", "write 8", "write 4", "write 2"}), out.calls);
+}
+
+// A stream that delivers part of a read overwrites only that part of the value, and
+// leaves the rest of a new block zero.
+TEST(StreamTest, AShortReadKeepsWhatWasNotDelivered)
+{
+    unsigned int narrow = 0xAAAAAAAAu;
+    osal_kit_test::ShortReadIStream(Bytes{0x01, 0x02}) >> narrow;
+    EXPECT_EQ(0xAAAA0201u, narrow);
+    CRCMemoryBuffer block;
+    osal_kit_test::ShortReadIStream(Bytes{3, 0, 0, 0, 'x'}) >> block;
+    EXPECT_EQ(std::string("x\0\0", 3), textOf(block));
+}
+
+TEST(MemoryStreamTest, AlignPadsWithZerosOnWriteAndSkipsOnRead)
+{
+    const struct { int line; unsigned int before, alignment, after; } rows[] = {
+        {__LINE__, 1, 4, 4}, {__LINE__, 4, 4, 4}, {__LINE__, 0, 8, 0}, {__LINE__, 3, 1, 3}, {__LINE__, 1, 200, 200},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        PAL::CMemoryOStream out;
+        Bytes expected(row.before, 0xAB);
+        out.write(expected.data(), row.before);
+        EXPECT_TRUE(out.align(row.alignment));
+        expected.resize(row.after, 0);
+        EXPECT_EQ(expected, bytesOf(out.getBuffer()));
+        const PAL::CMemoryIStream in(bufferOf(Bytes(row.after + 1, 0)));
+        in.read(expected.data(), row.before);
+        EXPECT_TRUE(in.align(row.alignment) && in.getPosition() == row.after);
+    }
+}
+
+TEST(MemoryStreamTest, InputKeepsItsBytesAndOutputWithoutMemoryFailsForGood)
+{
+    CBuffer source = bufferOf({1, 2, 3, 4});
+    const PAL::CMemoryIStream in(source);
+    source.copyTo("\xFF", 1, 0);
+    unsigned int value = 0;
+    in >> value;
+    EXPECT_EQ(0x04030201u, value);
+    osal_kit_test::FaultGuard faults;
+    PAL::CMemoryOStream out(4);
+    out << 1u;
+    osal_kit_test::failNext(MORVEX_FAULT_zmalloc, 0);
+    out << 2u;
+    EXPECT_FALSE(out.isGood() || out.flush());
+    out << 3u;
+    EXPECT_FALSE(out.align(8));
+    EXPECT_EQ((Bytes{1, 0, 0, 0}), bytesOf(out.getBuffer()));
 }
 
 } // namespace

@@ -1,260 +1,390 @@
-// CDateAndTime: day numbers, weekdays, validation, time of day with hour offsets and
-// the Unix-base bridge.
+// Date and time: CDateAndTime against a calendar counted plainly, CTimeSpan and its
+// broken-down form, calendar arithmetic, and the text forms with their zone offsets.
 
-#include "core/DateAndTime.h"
+#include "core/DateAndTimeUtilities.h"
 
+#include "support/AllocationBalance.h"
 #include "support/ReferenceCalendar.h"
 
+#include "morvex_pal_clock.h"
+
 #include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <vector>
 
 namespace {
 
 using PAL::CDateAndTime;
 using PAL::CTimeSpan;
-using osal_kit_test::referenceMonthLength;
-using osal_kit_test::referenceYearLength;
+using osal_kit_test::referenceLeap;
+using namespace PAL::DateAndTimeUtilities;
 typedef CDateAndTime::SDate SDate;
 typedef CDateAndTime::STime STime;
+typedef CTimeSpan::Span Span;
+typedef CDateAndTime DT;
 
-const unsigned long long DAY = 86400000000ull;
-const unsigned long long HOUR = 3600000000ull;
+const unsigned long long HOUR = 3600000000ull, DAY = 24 * HOUR;
+const CDateAndTime UNCHANGED(12345);
+const STimeZoneOffset NONE;
+const eDateTimeFormat ISO = eFormatISO8601, BLANK = eFormatSpaceSeparated, OTHER = static_cast<eDateTimeFormat>(2);
 
-SDate dateOf(const CDateAndTime& dt)
+CDateAndTime at(unsigned short year, unsigned char month, unsigned char day, unsigned char hour = 0,
+                unsigned char minute = 0, unsigned char second = 0, unsigned int micros = 0)
 {
-    SDate date;
-    dt.getDate(date);
-    return date;
+    return CDateAndTime(SDate(year, month, day), STime(hour, minute, second, micros), 0);
 }
 
-STime timeOf(const CDateAndTime& dt, int hourOffset = 0)
+// "2024-05-17 10:20:30.000040", written independently of the library's text forms.
+std::string text(const SDate& d, const STime& t = STime())
 {
+    char out[48];
+    std::snprintf(out, sizeof out, "%04u-%02u-%02u %02u:%02u:%02u.%06u", d.mYear, d.mMonth, d.mDay, t.mHour,
+                  t.mMinute, t.mSecond, t.mMicros);
+    return out;
+}
+
+std::string text(const CDateAndTime& dt)
+{
+    SDate date;
     STime time;
-    dt.getTime(time, hourOffset);
-    return time;
+    dt.getDateAndTime(date, time, 0);
+    return text(date, time);
 }
 
-struct KnownDate {
-    int line;
-    SDate date;
-    unsigned int dayNumber;
-    unsigned char weekday;
-};
-
-// Day numbers and weekdays taken from published calendars; the day numbers of every
-// other date are checked against a plain count below.
-const KnownDate KNOWN_DATES[] = {
-    {__LINE__, SDate(1969, 1, 1), 0, 2},        {__LINE__, SDate(1970, 1, 1), 365, 3},
-    {__LINE__, SDate(2000, 2, 29), 11381, 1},   {__LINE__, SDate(2024, 5, 17), 20225, 4},
-    {__LINE__, SDate(2068, 12, 31), 36524, 0},  {__LINE__, SDate(2069, 1, 1), 36525, 1},
-    {__LINE__, SDate(2100, 3, 1), 47906, 0},    {__LINE__, SDate(3000, 12, 31), 376929, 2},
-};
-
-TEST(DateAndTime, KnownDatesHaveTheirDayNumbersAndWeekdays)
+// Every day of the valid range, and the first and last day of each later 16-bit year:
+// its day number both ways, its weekday (1969-01-01 was a Wednesday) and its validity.
+TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
 {
-    for (const KnownDate& row : KNOWN_DATES) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.dayNumber, CDateAndTime::getDaysFromDate(row.date));
-        EXPECT_EQ(row.weekday, CDateAndTime::getDayOfWeek(row.date));
-        EXPECT_EQ(row.weekday, CDateAndTime::getDayOfWeek(row.dayNumber));
-    }
-}
-
-// The conversions use cycle arithmetic: every day up to 3000, and the first and last
-// day of every later 16-bit year, must agree with a calendar counted plainly.
-TEST(DateAndTime, DayNumbersAgreeWithAPlainCountUpToTheLast16BitYear)
-{
-    auto agrees = [](unsigned int year, unsigned int month, unsigned int day, unsigned int number) {
-        const SDate date(static_cast<unsigned short>(year), static_cast<unsigned char>(month), static_cast<unsigned char>(day));
+    auto agrees = [](const SDate& date, unsigned int number) {
         SDate back;
         CDateAndTime::getDateFromDays(number, back);
-        return CDateAndTime::getDaysFromDate(date) == number && back == date;
+        return CDateAndTime::getDaysFromDate(date) == number && back == date
+            && CDateAndTime::getDayOfWeek(date) == (number + 2) % 7 && date.isValid() == (date.mYear <= 3000);
     };
-    unsigned int first = 0;
-    for (unsigned int year = 1969; year <= 65535; first += referenceYearLength(year), ++year) {
-        ASSERT_TRUE(agrees(year, 1, 1, first) && agrees(year, 12, 31, first + referenceYearLength(year) - 1)) << year;
+    for (unsigned int year = 1969, first = 0; year <= 65535; ++year) {
+        const unsigned short y = static_cast<unsigned short>(year);
+        const unsigned int length = referenceLeap(year) ? 366 : 365;
+        ASSERT_EQ(referenceLeap(year), CDateAndTime::isLeapYear(y)) << year;
+        ASSERT_EQ(length, CDateAndTime::getDaysFromStart(y)[12]) << year;
+        ASSERT_TRUE(agrees(SDate(y, 1, 1), first) && agrees(SDate(y, 12, 31), first + length - 1)) << year;
         for (unsigned int month = 1, number = first; month <= 12 && year <= 3000; ++month) {
-            for (unsigned int day = 1; day <= referenceMonthLength(year, month); ++day, ++number)
-                ASSERT_TRUE(agrees(year, month, day, number)) << year << "-" << month << "-" << day;
+            const unsigned int days = osal_kit_test::referenceMonthLength(year, month);
+            for (unsigned int day = 1; day <= days; ++day, ++number)
+                ASSERT_TRUE(agrees(SDate(y, month, day), number)) << text(SDate(y, month, day));
+            ASSERT_FALSE(SDate(y, month, days + 1).isValid() || SDate(y, month, 0).isValid()) << year << "-" << month;
         }
+        first += length;
     }
+    for (const SDate& date : {SDate(1968, 12, 31), SDate(2024, 0, 1), SDate(2024, 13, 1)})
+        EXPECT_FALSE(CDateAndTime::isDateValid(date)) << text(date);
+    EXPECT_TRUE(STime(23, 59, 59, 999999).isValid() && SDate(2024, 1, 1).isLeapYear());
+    for (const STime& time : {STime(24, 0, 0, 0), STime(0, 60, 0, 0), STime(0, 0, 60, 0), STime(0, 0, 0, 1000000)})
+        EXPECT_FALSE(CDateAndTime::isTimeValid(time)) << text(SDate(), time);
+    // Far beyond the range a date keeps its year's low 16 bits, on either side of the
+    // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
+    // its whole years to that year plus 65,536 but keeps its own months.
+    const std::pair<unsigned int, SDate> far[] = {
+        {1073022720u, SDate(56221, 6, 5)}, {1073022721u, SDate(56221, 6, 6)}, {0xFFFFFFFFu, SDate(30246, 1, 20)}};
+    for (const auto& day : far) {
+        SDate date;
+        CDateAndTime::getDateFromDays(day.first, date);
+        EXPECT_EQ(text(day.second), text(date));
+    }
+    EXPECT_EQ(23253953u, CDateAndTime::getDaysFromDate(SDate(100, 3, 1))); // 100 has no 29 February
+    EXPECT_EQ(23936226u, CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)));
 }
 
-// Far beyond the valid range the conversions still count plainly: day numbers keep the
-// year's low 16 bits (on either side of the point where the count from year 0 needs
-// more than 30 bits), and a year below 1969 runs its whole years to that year plus
-// 65,536 but has the months of the year as given (100 has no 29 February).
-TEST(DateAndTime, ExtremeDayNumbersAndWrappedYearsFollowTheCalendar)
+// 2020-06-06 10:20:30.000040 after `change`.
+CDateAndTime changed(void (*change)(DT&))
 {
-    struct Row {
-        int line;
-        unsigned int dayNumber;
-        SDate date;
-    };
-    const Row fromDays[] = {
-        {__LINE__, 1073022720u, SDate(56221, 6, 5)},
-        {__LINE__, 1073022721u, SDate(56221, 6, 6)},
-        {__LINE__, 0xFFFFFFFFu, SDate(30246, 1, 20)},
-    };
-    for (const Row& row : fromDays) {
-        SCOPED_TRACE(row.line);
-        SDate date;
-        CDateAndTime::getDateFromDays(row.dayNumber, date);
-        EXPECT_EQ(row.date, date);
-    }
-    const Row toDays[] = {
-        {__LINE__, 23253953u, SDate(100, 3, 1)},
-        {__LINE__, 23253953u, SDate(100, 2, 29)},
-        {__LINE__, 23936226u, SDate(1968, 3, 1)},
-        {__LINE__, 23936531u, SDate(1968, 12, 31)},
-    };
-    for (const Row& row : toDays) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.dayNumber, CDateAndTime::getDaysFromDate(row.date));
-    }
+    CDateAndTime dt(SDate(2020, 6, 6), STime(10, 20, 30, 40), 0);
+    change(dt);
+    return dt;
 }
 
-TEST(DateAndTime, AnyValueGivesFieldsInRange)
+// Setters replace one part and keep the other; an hour offset shifts the whole instant
+// before it is broken down, so the hour read back stays 0..23.
+TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
 {
-    unsigned long long value = 0xFFFFFFFFFFFFFFFFull;
-    for (int i = 0; i < 2000; ++i, value = value * 6364136223846793005ull + 1442695040888963407ull) {
-        SDate date;
-        STime time;
-        CDateAndTime(value).getDateAndTime(date, time, 0);
-        ASSERT_TRUE(date.mMonth >= 1 && date.mMonth <= 12 && date.mDay >= 1 && date.mDay <= 31) << value;
-        ASSERT_TRUE(time.isValid()) << value;
-    }
-}
-
-TEST(DateAndTime, LeapYearsFollowTheGregorianRule)
-{
-    for (const unsigned short year : {1900, 2000, 2004, 2100, 2023, 2400})
-        EXPECT_EQ(osal_kit_test::referenceLeap(year), CDateAndTime::isLeapYear(year)) << year;
-    EXPECT_TRUE(SDate(2400, 1, 1).isLeapYear());
-    EXPECT_EQ(366, CDateAndTime::getDaysFromStart(2024)[12]);
-    EXPECT_EQ(59, CDateAndTime::getDaysFromStart(2100)[2]);
-}
-
-TEST(DateAndTime, ValidationCoversTheRangeAndMonthLengths)
-{
-    const struct {
-        int line;
-        SDate date;
-        bool valid;
-    } rows[] = {
-        {__LINE__, SDate(1968, 12, 31), false}, {__LINE__, SDate(1969, 1, 1), true},
-        {__LINE__, SDate(3000, 12, 31), true},  {__LINE__, SDate(3001, 1, 1), false},
-        {__LINE__, SDate(2000, 2, 29), true},   {__LINE__, SDate(2100, 2, 29), false},
-        {__LINE__, SDate(1999, 2, 29), false},  {__LINE__, SDate(2024, 4, 31), false},
-        {__LINE__, SDate(2024, 0, 1), false},   {__LINE__, SDate(2024, 13, 1), false},
-        {__LINE__, SDate(2024, 1, 0), false},   {__LINE__, SDate(0, 1, 1), false},
+    const struct { int line; CDateAndTime dt; int offset; const char* expected; } rows[] = {
+        {__LINE__, CDateAndTime(DAY - 1), 0, "1969-01-01 23:59:59.999999"},
+        {__LINE__, CDateAndTime(~0ull), 0, "62235-01-19 08:01:49.551615"},
+        {__LINE__, changed([](DT&) {}), 14, "2020-06-07 00:20:30.000040"},
+        {__LINE__, CDateAndTime(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1), 0, "2023-12-31 23:30:00.000000"},
+        {__LINE__, changed([](DT& d) { d.setDate(SDate(2023, 2, 31)); }), 0, "2023-03-03 10:20:30.000040"},
+        {__LINE__, changed([](DT& d) { d.setDate(2024, 200, 5); }), 0, "2024-12-05 10:20:30.000040"},
+        {__LINE__, changed([](DT& d) { d.setTime(STime(0, 30, 0, 0), -1); }), 0, "2020-06-05 23:30:00.000000"},
+        {__LINE__, changed([](DT& d) { d.setTime(22, 0, 0, 1); }), 0, "2020-06-06 22:00:00.000001"},
+        {__LINE__, changed([](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }), 0, "2024-05-17 01:02:03.000004"},
+        {__LINE__, changed([](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }), 0, "1970-01-01 00:00:00.000000"},
+        {__LINE__, changed([](DT& d) { d.addTimeSpan(CTimeSpan(0ull - DAY)); }), 0, "2020-06-05 10:20:30.000040"},
+        {__LINE__, changed([](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }), 0, "2020-06-07 10:20:30.000040"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.valid, CDateAndTime::isDateValid(row.date));
-        EXPECT_EQ(row.valid, row.date.isValid());
+        SDate shifted, date;
+        STime time, timeOnly;
+        row.dt.getDateAndTime(shifted, time, row.offset);
+        EXPECT_EQ(row.expected, text(shifted, time));
+        row.dt.getTime(timeOnly, row.offset);
+        row.dt.getDate(date);
+        EXPECT_TRUE(time == timeOnly && (row.offset != 0 || date == shifted));
     }
-    EXPECT_TRUE(STime(23, 59, 59, 999999).isValid());
-    for (const STime& time : {STime(24, 0, 0, 0), STime(0, 60, 0, 0), STime(0, 0, 60, 0), STime(0, 0, 0, 1000000)})
-        EXPECT_FALSE(CDateAndTime::isTimeValid(time));
+    // Unix base time is one common year later; instants in 1969 wrap, the value 0 stays 0.
+    for (const unsigned long long micros : {0ull, 365 * DAY, 366 * DAY + 5, 1ull})
+        EXPECT_EQ(micros == 0 ? 0 : micros - 365 * DAY, CDateAndTime(micros).getMicrosecondsForUnixBaseTime());
+    EXPECT_EQ(CDateAndTime::msSecondsIn1Year * 1000000ull, 365 * CDateAndTime::msMicrosIn1Day);
 }
 
-TEST(DateAndTime, DefaultIsTheEpochAndUnixTimeIsAYearLater)
+template <class T>
+CTimeSpan made(void (CTimeSpan::*set)(T), long long count)
 {
-    CDateAndTime dt;
-    SDate date(2000, 5, 5);
-    STime time(1, 2, 3, 4);
-    dt.getDateAndTime(date, time, 0);
-    EXPECT_EQ(SDate(1969, 1, 1), date);
-    EXPECT_EQ(STime(0, 0, 0, 0), time);
-    EXPECT_EQ(0u, dt.getMicrosecondsForUnixBaseTime());
-
-    dt.setMicrosecondsFromUnixBaseTime(0);
-    EXPECT_EQ(SDate(1970, 1, 1), dateOf(dt));
-    EXPECT_EQ(CDateAndTime::msSecondsIn1Year * 1000000ull, dt.getMicroseconds());
-    EXPECT_EQ(0u, dt.getMicrosecondsForUnixBaseTime());
-    EXPECT_EQ(365 * CDateAndTime::msMicrosIn1Day, dt.getMicroseconds());
-
-    // Instants in 1969 lie before the Unix epoch and wrap.
-    EXPECT_EQ(18446712537709551617ull, CDateAndTime(1).getMicrosecondsForUnixBaseTime());
+    CTimeSpan span(12345);
+    (span.*set)(static_cast<T>(count));
+    return span;
 }
 
-TEST(DateAndTime, SetDateKeepsTheTimeAndCountsOnPastTheMonthsEnd)
+// Whole units scale modulo 2^64 and are read back truncated toward zero; the broken-down
+// form carries the sign apart; fields out of range still count as they stand.
+TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
 {
-    CDateAndTime dt(SDate(2020, 6, 6), STime(10, 20, 30, 40), 0);
-    dt.setDate(SDate(2023, 2, 31));
-    EXPECT_EQ(SDate(2023, 3, 3), dateOf(dt));
-    EXPECT_EQ(STime(10, 20, 30, 40), timeOf(dt));
-    dt.setDate(2024, 2, 30);
-    EXPECT_EQ(SDate(2024, 3, 1), dateOf(dt));
-    // A month that cannot index the tables is pinned to January or December.
-    dt.setDate(2024, 0, 5);
-    EXPECT_EQ(SDate(2024, 1, 5), dateOf(dt));
-    dt.setDate(2024, 200, 5);
-    EXPECT_EQ(SDate(2024, 12, 5), dateOf(dt));
-    // A year before 1969 counts as 65,536 years later.
-    EXPECT_GT(CDateAndTime::getDaysFromDate(SDate(1968, 1, 1)),
-              CDateAndTime::getDaysFromDate(SDate(65535, 12, 31)));
+    const struct { int line; CTimeSpan span; Span parts; int d; long long h, m, s; } rows[] = {
+        {__LINE__, CTimeSpan(), Span(), 0, 0, 0, 0},
+        {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
+        {__LINE__, made(&CTimeSpan::setDays, -1), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
+        {__LINE__, made(&CTimeSpan::setHours, -2), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
+        {__LINE__, made(&CTimeSpan::setMinutes, 90), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
+        {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
+        {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
+        {__LINE__, made(&CTimeSpan::setSeconds, LLONG_MAX), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
+        {__LINE__, made(&CTimeSpan::setDays, INT_MIN), Span(true, 12443824, 15, 41, 44, 483840), -12443824,
+         -298651791, -17919107501, -1075146450104},
+        {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
+         -153722867280, -9223372036854},
+        {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999),
+         -100000, -2400023, -144001439, -8640086399},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const unsigned long long bits = row.span.getMicroseconds();
+        Span parts(true, 9, 9, 9, 9, 9);
+        row.span.getSpan(parts);
+        EXPECT_EQ(row.parts, parts);
+        EXPECT_TRUE(parts.isValid());
+        EXPECT_EQ(bits, static_cast<unsigned long long>(CTimeSpan::getMicrosFromSpan(parts)));
+        EXPECT_EQ(bits, CTimeSpan(parts).getMicroseconds());
+        EXPECT_TRUE(row.d == row.span.getDays() && row.h == row.span.getHours() && row.m == row.span.getMinutes()
+                    && row.s == row.span.getSeconds()) << row.span.getSeconds();
+        const int sign = bits == 0 ? 0 : bits >> 63 ? -1 : 1;
+        EXPECT_TRUE(row.span.compareTo(CTimeSpan()) == sign && CTimeSpan().compareTo(row.span) == -sign);
+    }
+    for (const Span& span : {Span(false, 0, 24, 0, 0, 0), Span(false, 0, 0, 60, 0, 0), Span(false, 0, 0, 0, 60, 0),
+                             Span(false, 0, 0, 0, 0, 1000000)})
+        EXPECT_FALSE(CTimeSpan::isSpanValid(span));
+    CTimeSpan::Span between;
+    at(2024, 5, 17, 10).subTimeStamp(at(2024, 5, 18, 12, 30)).getSpan(between);
+    EXPECT_EQ(Span(true, 1, 2, 30, 0, 0), between);
+    EXPECT_TRUE(at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
-TEST(DateAndTime, SetTimeKeepsTheDay)
+TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyCome)
 {
-    CDateAndTime dt(SDate(2024, 5, 17), STime(10, 20, 30, 40), 0);
-    dt.setTime(23, 59, 59, 999999);
-    EXPECT_EQ(SDate(2024, 5, 17), dateOf(dt));
-    EXPECT_EQ(STime(23, 59, 59, 999999), timeOf(dt));
-    // The offset moves the hour, across midnight when the sum is negative.
-    dt.setTime(STime(0, 30, 0, 0), -1);
-    EXPECT_EQ(SDate(2024, 5, 16), dateOf(dt));
-    EXPECT_EQ(STime(23, 30, 0, 0), timeOf(dt));
+    osal_kit_test::FaultGuard faults;
+    const sMorvex_PAL_RealTime fixed = {30, 20, 10, 17, 5, 124, 5, 137};
+    Morvex_PAL_setFixedRealTime(&fixed);
+    CDateAndTime dt = UNCHANGED;
+    osal_kit_test::failNext(MORVEX_FAULT_getRealTime, 1);
+    EXPECT_FALSE(FromSystemTime(dt));
+    EXPECT_EQ(UNCHANGED.getMicroseconds(), dt.getMicroseconds());
+    EXPECT_TRUE(FromSystemTime(dt));
+    Morvex_PAL_setFixedRealTime(nullptr);
+    EXPECT_EQ("2024-05-17 10:20:30.000000", text(dt));
 }
 
-TEST(DateAndTime, HourOffsetsShiftTheWholeInstant)
+typedef bool (*AddFunction)(CDateAndTime&, int const&, eSetMode const&);
+bool addWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 0); }
+bool addWeeksFromSunday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 6); }
+bool subWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return SubWeeks(dt, n, m, 0); }
+const CDateAndTime ANY(1); // a result that wraps the 16-bit year is not defined
+
+TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
 {
-    const CDateAndTime late(SDate(2023, 12, 31), STime(23, 30, 0, 0), 0);
-    EXPECT_EQ(STime(1, 30, 0, 0), timeOf(late, 2));
-    SDate date;
-    STime time;
-    late.getDateAndTime(date, time, 2);
-    EXPECT_EQ(SDate(2024, 1, 1), date);
-
-    const CDateAndTime early(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1);
-    early.getDateAndTime(date, time, 0);
-    EXPECT_EQ(SDate(2023, 12, 31), date);
-    EXPECT_EQ(STime(23, 30, 0, 0), time);
-    early.getDateAndTime(date, time, 1);
-    EXPECT_EQ(SDate(2024, 1, 1), date);
-    EXPECT_EQ(STime(0, 30, 0, 0), time);
-
-    EXPECT_EQ(0ull - HOUR / 2, CDateAndTime::getMicrosFromTime(STime(0, 30, 0, 0), -1));
-    // A time of day is not reduced modulo 24 hours.
-    CDateAndTime::getTimeFromMicros(23 * HOUR, time, 2);
-    EXPECT_EQ(STime(25, 0, 0, 0), time);
-    CDateAndTime::getTimeFromMicros(3 * HOUR + 1, time, -2);
-    EXPECT_EQ(STime(1, 0, 0, 1), time);
+    const struct { int line; AddFunction add; int n; eSetMode mode; CDateAndTime from, to; bool ok; } rows[] = {
+        // Month ends clamp and the time of day stays; Start and End snap to the month.
+        {__LINE__, AddMonths, 1, eKeep, at(2023, 1, 31, 10), at(2023, 2, 28, 10), true},
+        {__LINE__, AddMonths, 1, eKeep, at(2024, 1, 31, 10), at(2024, 2, 29, 10), true},
+        {__LINE__, SubMonths, 1, eKeep, at(2023, 3, 31, 10), at(2023, 2, 28, 10), true},
+        {__LINE__, AddMonths, -13, eKeep, at(2023, 1, 15, 10), at(2021, 12, 15, 10), true},
+        {__LINE__, AddMonths, 0, eSetToEnd, at(2023, 5, 17, 10), at(2023, 5, 31, 23, 59, 59), true},
+        {__LINE__, AddMonths, 0, eSetToStart, at(2023, 5, 17, 10), at(2023, 5, 1), true},
+        {__LINE__, AddMonths, 0, eSetToEnd, at(3000, 12, 15, 10), at(3000, 12, 31, 23, 59, 59), true},
+        {__LINE__, AddMonths, 1, eKeep, at(3000, 12, 15, 10), at(3001, 1, 15, 10), false}, // left as computed
+        {__LINE__, AddMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
+        {__LINE__, SubMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
+        {__LINE__, AddYears, 1, eKeep, at(2024, 2, 29, 10), at(2025, 2, 28, 10), true},
+        {__LINE__, AddYears, 1, eSetToEnd, at(2024, 2, 29, 10), at(2025, 12, 31, 23, 59, 59), true},
+        {__LINE__, AddYears, 1, eSetToStart, at(2024, 2, 29, 10), at(2025, 1, 1), true},
+        {__LINE__, SubYears, 55, eKeep, at(2024, 6, 15, 10), at(1969, 6, 15, 10), true},
+        {__LINE__, AddYears, INT_MAX, eKeep, at(2024, 6, 15, 10), ANY, false},
+        // Days refuse to leave the range, or to start outside it, and restore the value.
+        {__LINE__, SubDays, 1, eSetToStart, at(2024, 3, 1, 10), at(2024, 2, 29), true},
+        {__LINE__, AddDays, 0, eSetToEnd, at(2024, 5, 17, 10), at(2024, 5, 17, 23, 59, 59), true},
+        {__LINE__, AddDays, 376929, eKeep, at(1969, 1, 1, 10), at(3000, 12, 31, 10), true},
+        {__LINE__, AddDays, 1, eKeep, at(3000, 12, 31, 10), at(3000, 12, 31, 10), false},
+        {__LINE__, AddDays, -1, eKeep, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
+        {__LINE__, AddDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
+        {__LINE__, SubDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
+        {__LINE__, AddDays, -1, eKeep, at(3001, 1, 1, 10), at(3001, 1, 1, 10), false},
+        // Weeks: 2024-05-15 is a Wednesday.
+        {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 13), true},
+        {__LINE__, addWeeksFromMonday, 0, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 19, 23, 59, 59), true},
+        {__LINE__, addWeeksFromSunday, -1, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 5), true},
+        {__LINE__, subWeeksFromMonday, 1, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 12, 23, 59, 59), true},
+        {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
+        {__LINE__, subWeeksFromMonday, INT_MIN, eKeep, at(2024, 5, 15, 10), at(2024, 5, 15, 10), false},
+    };
+    for (const auto& row : rows) {
+        CDateAndTime dt = row.from;
+        EXPECT_EQ(row.ok, row.add(dt, row.n, row.mode)) << row.line;
+        EXPECT_TRUE(row.to.compareTo(ANY) == 0 || row.to.compareTo(dt) == 0) << row.line << ": " << text(dt);
+    }
 }
 
-TEST(DateAndTime, SpansMoveAndMeasureInstants)
+TEST(CalendarArithmetic, YearDaysWeekNumbersAndWeekStartOffsets)
 {
-    const CDateAndTime earlier(SDate(2024, 5, 17), STime(10, 0, 0, 0), 0);
-    const CDateAndTime later(SDate(2024, 5, 18), STime(12, 30, 0, 0), 0);
-    EXPECT_EQ(-1, earlier.compareTo(later));
-    EXPECT_EQ(1, later.compareTo(earlier));
-    EXPECT_EQ(0, earlier.compareTo(CDateAndTime(earlier.getMicroseconds())));
+    EXPECT_TRUE(GetYearDay(at(2024, 1, 1, 23)) == 1 && GetYearDay(at(2024, 12, 31, 23, 59, 59, 999999)) == 366);
+    EXPECT_TRUE(GetStartOfYear(at(2024, 7, 7, 7)) == SDate(2024, 1, 1));
+    EXPECT_TRUE(CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
+    EXPECT_FALSE(CompareDates(at(2024, 5, 15, 23, 59, 59, 999999), at(2024, 5, 16)));
+    const unsigned char offsets[] = {2, 1, 0, 6, 5, 4, 3, 2, 1, 0}; // of a Wednesday, for week starts 0..9
+    for (unsigned char start = 0; start < 10; ++start)
+        EXPECT_EQ(offsets[start], GetWeekStartOffset(at(2024, 5, 15, 12), start)) << +start;
+    const struct { int line; CDateAndTime dt; unsigned char weekStart, minDays; unsigned int week; } rows[] = {
+        {__LINE__, at(1969, 1, 1), 0, 7, 53}, // the week of 1968-12-31
+        {__LINE__, at(2024, 1, 7), 6, 1, 2},
+        {__LINE__, at(2000, 12, 31), 6, 1, 54}, // a leap year starting the day before the week
+        {__LINE__, at(2000, 12, 31), 13, 1, 54},
+        {__LINE__, at(2024, 1, 1), 0, 0, 1},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.week, GetWeekNumber(row.dt, row.weekStart, row.minDays)) << row.line;
+}
 
-    CTimeSpan::Span span;
-    earlier.subTimeStamp(later).getSpan(span);
-    EXPECT_EQ(CTimeSpan::Span(true, 1, 2, 30, 0, 0), span);
-    later.subTimeStamp(earlier).getSpan(span);
-    EXPECT_EQ(CTimeSpan::Span(false, 1, 2, 30, 0, 0), span);
+// With (Monday, 4) every day of the range is in its ISO 8601 week, except the last days
+// of a year that ISO gives to week 1 of the next: those count on.
+TEST(CalendarArithmetic, EveryDayOfTheRangeHasItsIsoWeek)
+{
+    unsigned int januaryFirst = 2, previous = 0; // 1969-01-01 was a Wednesday, 1968-01-01 a Monday
+    for (unsigned int year = 1969; year <= 3000; ++year) {
+        const unsigned int length = referenceLeap(year) ? 366 : 365;
+        CDateAndTime dt = at(static_cast<unsigned short>(year), 1, 1, 12);
+        for (unsigned int yearDay = 1; yearDay <= length; ++yearDay, dt.addTimeSpan(CTimeSpan(DAY))) {
+            unsigned int week = (yearDay - (januaryFirst + yearDay - 1) % 7 + 9) / 7;
+            if (week == 0)
+                week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
+            ASSERT_EQ(week, GetWeekNumber(dt, 0, 4)) << text(dt);
+        }
+        previous = januaryFirst;
+        januaryFirst = (januaryFirst + length) % 7;
+    }
+}
 
-    CDateAndTime moved = later;
-    moved.addTimeSpan(earlier.subTimeStamp(later));
-    EXPECT_EQ(0, moved.compareTo(earlier));
-    moved.subTimeSpan(earlier.subTimeStamp(later));
-    EXPECT_EQ(0, moved.compareTo(later));
-    moved.setMicroseconds(DAY);
-    moved.subTimeSpan(CTimeSpan(2 * DAY));
-    EXPECT_EQ(0ull - DAY, moved.getMicroseconds());
+// Every day of 2024, at its first and its last microsecond, is the ((day - 1) / 7 + 1)-th
+// of its weekday from the start of its month (year), the ((length - day) / 7 + 1)-th
+// from the end, and no other.
+TEST(CalendarArithmetic, EveryDayIsItsOwnOccurrenceOfItsWeekday)
+{
+    for (const STime time : {STime(0, 0, 0, 0), STime(23, 59, 59, 999999)}) {
+        for (int month = 1, yearDay = 1; month <= 12; ++month) {
+            const int length = static_cast<int>(osal_kit_test::referenceMonthLength(2024, month));
+            for (int day = 1; day <= length; ++day, ++yearDay) {
+                const CDateAndTime dt(SDate(2024, month, day), time, 0);
+                const unsigned char weekday = (yearDay - 1) % 7, other = (weekday + 1) % 7; // 2024-01-01: Monday
+                const int first = (day - 1) / 7 + 1, last = -((length - day) / 7 + 1);
+                const int yearFirst = (yearDay - 1) / 7 + 1, yearLast = -((366 - yearDay) / 7 + 1);
+                EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, first) && IsWeekdayOfMonth(dt, weekday, last)
+                            && IsWeekdayOfYear(dt, weekday, yearFirst) && IsWeekdayOfYear(dt, weekday, yearLast)
+                            && IsWeekdayOfMonth(dt, weekday, 0)) << text(dt);
+                EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, first + 1) || IsWeekdayOfMonth(dt, weekday, last - 1)
+                             || IsWeekdayOfYear(dt, weekday, yearFirst + 1) || IsWeekdayOfYear(dt, weekday, yearLast - 1)
+                             || IsWeekdayOfMonth(dt, other, first) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
+            }
+        }
+    }
+    // 3000-12-31 is a Wednesday: the next period lies beyond the range and still counts.
+    EXPECT_TRUE(IsWeekdayOfMonth(at(3000, 12, 31, 10), 2, -1) && IsWeekdayOfYear(at(3000, 12, 31, 10), 2, -1));
+}
+
+TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
+{
+    STimeZoneOffset zone(-3, 30);
+    EXPECT_FALSE(zone.Set(-13, 0) || zone.Set(1, 60) || STimeZoneOffset(15, 0).IsValid() || NONE == NONE);
+    EXPECT_TRUE(zone == STimeZoneOffset(-3, 30) && zone != STimeZoneOffset(3, 30) && NONE != NONE && !NONE.IsUTC());
+    Span span;
+    zone.GetAsTimeSpan().getSpan(span);
+    EXPECT_EQ(Span(true, 0, 3, 30, 0, 0), span);
+    EXPECT_EQ(0u, NONE.GetAsTimeSpan().getMicroseconds());
+    EXPECT_TRUE(zone.FromString("") && zone.IsUTC()); // an empty zone text is UTC
+    for (const char* text : {"+14:01", "-12:30", "+5:30", "05:30", "z", "+05:60", "+05-30", "+05:30Z", "UTC", "+"}) {
+        STimeZoneOffset kept(1, 0);
+        EXPECT_FALSE(kept.FromString(text) || kept.mOffsetMinutes != 60) << text;
+    }
+}
+
+// Texts and the instants they stand for; a row with options was written by ToString
+// from its instant and zone. A refused text leaves the value as it was.
+TEST(TextForms, TextsAreReadAndWrittenExactly)
+{
+    const CDateAndTime t = at(2024, 5, 17, 10, 20, 30);
+    const STimeZoneOffset plus2(2, 0), utc(0, 0);
+    const int READ = -1, FRAC = eWithFraction;
+    struct Row { int line; const char* text; eDateTimeFormat format; int options; CDateAndTime dt; STimeZoneOffset zone; };
+    std::vector<Row> rows = {
+        {__LINE__, "2024-05-17T10:20:30+02:00", ISO, 0, t, plus2},
+        {__LINE__, "2024-05-17T10:20:30.250000+02:00", ISO, FRAC, at(2024, 5, 17, 10, 20, 30, 250000), plus2},
+        {__LINE__, "2024-05-17", ISO, eDateOnly | FRAC, at(2024, 5, 17), plus2},
+        {__LINE__, "2024-05-17T10:20:30", ISO, eWithoutTimeZone, t, plus2},
+        {__LINE__, "2024-05-17T10:20:30", ISO, 0, t, NONE},
+        {__LINE__, "1969-01-01T00:00:00.5Z", ISO, FRAC, CDateAndTime(5), utc},
+        {__LINE__, "2024-05-17T10:20:30-03:30", ISO, 0, t, STimeZoneOffset(-3, 30)},
+        {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, at(2024, 5, 17, 10, 20, 30, 250000), plus2},
+        {__LINE__, "2024-05-17", BLANK, eDateOnly, at(2024, 5, 17), plus2},
+        {__LINE__, "", OTHER, 0, UNCHANGED, plus2},
+        {__LINE__, "20240517T102030", ISO, READ, t, NONE},
+        {__LINE__, "2024-0517T10:2030", ISO, READ, t, NONE},
+        {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
+        {__LINE__, "2024-05-17T10:20:30+14:00", ISO, READ, t, STimeZoneOffset(14, 0)},
+        {__LINE__, "2024-05-17T10:20:30-1200", ISO, READ, t, STimeZoneOffset(-12, 0)},
+        {__LINE__, "2024-05-17T10:20:30-00:30", ISO, READ, t, STimeZoneOffset(0, 30)}, // the sign is the hours'
+        {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
+        {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
+        {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
+        {__LINE__, "3000-12-31T23:59:59.999999", ISO, READ, at(3000, 12, 31, 23, 59, 59, 999999), NONE},
+        {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
+        {__LINE__, "2024-05-17 10:20:30", OTHER, READ, UNCHANGED, NONE},
+    };
+    for (const char* refused : {"2024-05-17T10:20", "2024-05-17T", "2024-05", "", "2024-05-1", "2024-05-17T10:20:3",
+                                "2024-05-17 10:20:30", "2024-05-17Z", "2024-05-17T24:00:00", "1968-12-31T23:59:59",
+                                "2024-05-17T10:20:30.", "2024-05-17T10:20:30.Z", "2024-05-17T10:20:30.1000000",
+                                "2024-05-17T10:20:30.99999999999999999999", "2024-05-17T10:20:30+14:01"})
+        rows.push_back({__LINE__, refused, ISO, READ, UNCHANGED, NONE});
+    for (const char* refused : {"20240517 102030", "2024-05-17 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
+        rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.line << ": \"" << row.text << "\"");
+        const unsigned int options = static_cast<unsigned int>(row.options);
+        const PAL::CString written = row.options == READ ? row.text : ToString(row.dt, row.format, options, row.zone);
+        EXPECT_STREQ(row.text, written.getBuffer());
+        CDateAndTime dt = UNCHANGED;
+        STimeZoneOffset zone(5, 0);
+        const bool zoneWritten = row.options == READ || (row.options & (eDateOnly | eWithoutTimeZone)) == 0;
+        const STimeZoneOffset& expected = row.format == ISO && zoneWritten ? row.zone : NONE;
+        EXPECT_EQ(row.dt.compareTo(UNCHANGED) != 0, FromString(dt, row.text, row.format, &zone));
+        EXPECT_EQ(text(row.dt), text(dt));
+        EXPECT_TRUE(zone.IsValid() == expected.IsValid() && zone.mOffsetMinutes == expected.mOffsetMinutes);
+    }
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-// Date, time and zone texts with each allocation failing in turn: a text that cannot
-// be built is empty, never a wrong one; a text that cannot be read is refused and
-// leaves the value (and a zone not yet read) as it was.
+// Date, time and zone texts with each allocation, then each scan, failing in turn: a
+// text that cannot be built is empty, never a wrong one; a text that cannot be read is
+// refused and leaves the value as it was.
 
 #include "core/DateAndTimeUtilities.h"
 
@@ -13,70 +13,58 @@
 
 namespace {
 
-using osal_kit_test::AllocationScenario;
-using osal_kit_test::failAllocationAfter;
+using namespace PAL::DateAndTimeUtilities;
 using PAL::CDateAndTime;
 using PAL::CString;
-using PAL::DateAndTimeUtilities::STimeZoneOffset;
-using namespace PAL::DateAndTimeUtilities;
+using osal_kit_test::failAllocationAfter;
 
+const char* const TEXT = "2024-05-17T10:20:30.250000+02:00";
 const CDateAndTime WHEN(CDateAndTime::SDate(2024, 5, 17), CDateAndTime::STime(10, 20, 30, 250000), 0);
-const CDateAndTime UNCHANGED(12345);
 
-// Writes `dt` in `format`: the complete text or nothing.
-AllocationScenario written(int line, const char* name, eDateTimeFormat format, unsigned int options,
-                           const char* expected)
+// Reads TEXT with a fault armed by `arm(skip)`: the value and its zone, or a refusal that
+// leaves the value alone. A "+02:00" that could not be held must not read as UTC.
+bool readArmed(void (*arm)(unsigned int), unsigned int skip)
 {
-    return {line, name, [format, options, expected](unsigned int skip) {
-                const STimeZoneOffset zone(2, 0);
-                failAllocationAfter(skip);
-                const CString text = ToString(WHEN, format, options, zone);
-                Morvex_Fault_DisarmAll();
-                EXPECT_TRUE(text.isEmpty() || std::string(text.getBuffer()) == expected) << text.getBuffer();
-            }};
-}
-
-// Reads `text`: the right value and zone, or a refusal that leaves the value alone.
-// A "+02:00" that cannot be held must not read as the empty zone, UTC.
-AllocationScenario read(int line, const char* name, const char* text, eDateTimeFormat format,
-                        unsigned long long expected, bool zoned)
-{
-    return {line, name, [text, format, expected, zoned](unsigned int skip) {
-                const CString input(text);
-                CDateAndTime dt = UNCHANGED;
-                STimeZoneOffset zone;
-                failAllocationAfter(skip);
-                const bool accepted = FromString(dt, input, format, &zone);
-                Morvex_Fault_DisarmAll();
-                if (accepted) {
-                    EXPECT_EQ(expected, dt.getMicroseconds());
-                    EXPECT_TRUE(zone == STimeZoneOffset(2, 0) || !zoned);
-                } else {
-                    EXPECT_EQ(UNCHANGED.getMicroseconds(), dt.getMicroseconds());
-                }
-            }};
+    const CString input(TEXT);
+    CDateAndTime dt(12345);
+    STimeZoneOffset zone;
+    arm(skip);
+    const bool accepted = FromString(dt, input, eFormatISO8601, &zone);
+    Morvex_Fault_DisarmAll();
+    EXPECT_EQ(accepted ? WHEN.getMicroseconds() : 12345u, dt.getMicroseconds());
+    EXPECT_TRUE(!accepted || zone == STimeZoneOffset(2, 0));
+    return accepted;
 }
 
 TEST(DateTextSweep, TextsAreCompleteOrRefused)
 {
-    const unsigned long long atTen = WHEN.getMicroseconds() - 250000;  // the written time; the zone comes apart
-    const std::vector<AllocationScenario> scenarios{
-        written(__LINE__, "ISO 8601 with fraction", eFormatISO8601, eWithFraction,
-                "2024-05-17T10:20:30.250000+02:00"),
-        written(__LINE__, "space separated", eFormatSpaceSeparated, 0, "2024-05-17 10:20:30"),
-        read(__LINE__, "ISO 8601 with zone", "2024-05-17T10:20:30+02:00", eFormatISO8601, atTen, true),
-        {__LINE__, "zone offset text", [](unsigned int skip) {
+    const std::vector<osal_kit_test::AllocationScenario> scenarios{
+        {__LINE__, "written", [](unsigned int skip) {
              const STimeZoneOffset zone(-3, 30);
-             STimeZoneOffset back;
              failAllocationAfter(skip);
-             const CString text = zone.ToString();
-             const bool accepted = back.FromString(text);
+             const CString texts[] = {ToString(WHEN, eFormatISO8601, eWithFraction, STimeZoneOffset(2, 0)),
+                                      ToString(WHEN, eFormatSpaceSeparated, 0, zone), zone.ToString()};
              Morvex_Fault_DisarmAll();
-             EXPECT_TRUE(text.isEmpty() || std::string(text.getBuffer()) == "-03:30") << text.getBuffer();
-             EXPECT_TRUE(accepted ? back == zone || text.isEmpty() : !back.IsValid());
+             const char* const expected[] = {TEXT, "2024-05-17 10:20:30", "-03:30"};
+             for (int i = 0; i < 3; ++i)
+                 EXPECT_TRUE(texts[i].isEmpty() || texts[i] == expected[i]) << texts[i].getBuffer();
          }},
+        {__LINE__, "read", [](unsigned int skip) { readArmed(failAllocationAfter, skip); }},
     };
     osal_kit_test::sweepAllocations(scenarios);
+}
+
+void failScanAfter(unsigned int skip)
+{
+    Morvex_Fault_ArmEx(MORVEX_FAULT_sscanf, -1, skip, 1, 1);
+}
+
+TEST(DateTextSweep, EachOfTheEightScansFailingRefusesTheText)
+{
+    osal_kit_test::FaultGuard faults;
+    for (unsigned int skip = 0; skip < 8; ++skip)
+        EXPECT_FALSE(readArmed(failScanAfter, skip)) << skip;
+    EXPECT_TRUE(readArmed(failScanAfter, 8));
 }
 
 } // namespace
