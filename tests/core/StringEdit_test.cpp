@@ -46,30 +46,17 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
     const struct { int line; std::string start; int index; Edit edit; std::string expected; int after; } rows[] = {
         {__LINE__, "ab", 0, EDIT(s.append("a\xC3")), "aba", ANY},  // a lone lead byte is dropped
         {__LINE__, "x", 0, EDIT(s.append("\xC3\xA9", 2).append("\0ab", 3).append("a\x80z", 3)), "x\xC3\xA9" "a", ANY},
-        {__LINE__, "a\xC3\xA9", 0, EDIT(s.append(s)), "a\xC3\xA9" "a\xC3\xA9", ANY},
-        {__LINE__, "xyz", 0, EDIT(s.append(s.getBuffer() + 1, 2)), "xyzyz", ANY},
         {__LINE__, "ab", 0, EDIT(s = s + s + S("!")), "abab!", ANY},
-        {__LINE__, "abc", END, EDIT(s.insert(p, S("\xC3\xA9"))), "abc\xC3\xA9", 3},
-        {__LINE__, "xy", 1, EDIT(s.insert(p, s)), "xxyy", 1},
         {__LINE__, "", END, EDIT(s.insert(p, S("z"))), "z", 0},
         {__LINE__, "abc", 0, EDIT(s.remove(p, 100)), "", END},
         {__LINE__, std::string("a\0bc", 4), 0, EDIT(s.remove(p, 3)), std::string("\0bc", 3), 0},  // stops at a NUL
-        {__LINE__, "abc", 1, EDIT(s.replace(p, 0, S("X"))), "aXbc", 1},
-        {__LINE__, "abc", END, EDIT(s.replace(p, 1, S("X"))), "abc", END},
         {__LINE__, "a%1b", 1, EDIT(s.replace(p, 2, s)), "aa%1bb", 1},
         {__LINE__, "aaa", 0, EDIT(s.replaceAll(S("a"), S("aa")).replaceAll(CString(), S("x"))), "aaaaaa", ANY},
-        {__LINE__, "ab", 0, EDIT(s.replaceAll(S("a"), s)), "abb", ANY},
         {__LINE__, "\xD0\xC3\xC3\x80", 0, EDIT(s.replaceAll(S("\xC3\xC3"), CString())), "\xD0\xC3\xC3\x80", ANY},
-        {__LINE__, "%2 %1 %1", 0, EDIT(s.replaceArg(S("x"))), "%2 x %1", ANY},
         {__LINE__, "100%", 0, EDIT(s.replaceArg(S("x"))), "100%", ANY},
         {__LINE__, "%a%3", 0, EDIT(s.replaceArg(S("x"))), "%ax", ANY},
         {__LINE__, "%%1 %: %/", 0, EDIT(s.replaceArg(S("x"))), "%x %: %/", ANY},
-        {__LINE__, "%12", 0, EDIT(s.replaceArg(S("x"))), "x2", ANY},
-        {__LINE__, "a%1", 0, EDIT(s.replaceArg(s)), "aa%1", ANY},
         {__LINE__, "a\xC3\xA9" "b", END, EDIT(s.truncate(p); s.truncate(3u)), "a\xC3\xA9" "b", ANY},
-        {__LINE__, "a\xC3\xA9" "b", 0, EDIT(s.truncate(p)), "", ANY},
-        {__LINE__, " \t\n\v\f\rab c\r\n ", 0, EDIT(s.trim()), "ab c", ANY},
-        {__LINE__, " \t ", 0, EDIT(s.trim()), "", ANY},
         {__LINE__, "\x08\xC2\xA0x\x0E", 0, EDIT(s.trim()), "\x08\xC2\xA0x\x0E", ANY},  // the no-break space stays
         {__LINE__, std::string(" \0 ", 3), 0, EDIT(s.trim()), std::string("\0", 1), ANY},
     };
@@ -150,31 +137,12 @@ TEST_F(StringEditTest, EditsCopySharedBlocksExactlyAndKeepPrivateOnesInPlace)
     EXPECT_EQ(0u, balance.allocationsSince());
 }
 
-TEST_F(StringEditTest, FindStringFindsTheLastMatchBackwardAndNoneRunningPastTheEnd)
+TEST_F(StringEditTest, FormatCutsOutputOnACharacterBoundaryAndFailsWithoutText)
 {
-    const CString s("abcab");
-    EXPECT_EQ(3, indexOf(s, s.findString(s.end(), S("ab"), false)));
-    EXPECT_EQ(END, indexOf(s, s.findString(s.begin() + 3, S("abc"), true)));
-    EXPECT_EQ(0, indexOf(s, s.findString(s.begin() + 2, S("abc"), false)));
-    EXPECT_EQ(END, indexOf(s, s.find(CString())));
-}
-
-TEST_F(StringEditTest, FormatCutsOutputOnACharacterBoundary)
-{
-    const struct { int line; std::string argument, expected; bool whole; } rows[] = {
-        {__LINE__, std::string(300, 'a'), std::string(256, 'a'), false},
-        {__LINE__, std::string(256, 'a'), std::string(256, 'a'), true},
-        {__LINE__, std::string(255, 'a') + "\xC3\xA9", std::string(255, 'a'), false},
-        {__LINE__, "", "", true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        CString s;
-        EXPECT_EQ(row.whole, s.format("%s", row.argument.c_str()));
-        expectText(row.expected, s);
-        EXPECT_FALSE(osal_kit_test::sharesNullData(s));  // even an empty result has a block of its own
-    }
     CString s;
+    EXPECT_FALSE(s.format("%s", std::string(255, 'a').append("\xC3\xA9").c_str()));
+    expectText(std::string(255, 'a'), s);
+    EXPECT_TRUE(s.format("%s", "") && !osal_kit_test::sharesNullData(s));  // even an empty result has its own block
     char small[3];
     EXPECT_FALSE(s.strprintf(small, sizeof small, "a\xC3\xA9"));
     expectText("a", s);

@@ -15,7 +15,6 @@
 namespace {
 
 using PAL::CString;
-using PAL::TVector;
 using namespace PAL::StringUtilities;
 using osal_kit_test::bytes;
 using osal_kit_test::expectConsistent;
@@ -23,27 +22,13 @@ using CodePoints = std::vector<unsigned int>;
 
 CString fromCodePoints(const CodePoints& cps) { return CString(cps.data(), cps.data() + cps.size()); }
 
-// Decoded from the bytes, since iterators do not step past a NUL character.
-CodePoints codePointsOf(const CString& s)
-{
-    CodePoints out;
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(s.getBuffer());
-    for (const unsigned char* const end = p + s.getSize(); p < end; p += PAL::UTF8LookUpTable[*p]) {
-        const unsigned int n = PAL::UTF8LookUpTable[*p];
-        unsigned int cp = n == 1 ? *p : *p & (0xFFu >> (n + 1));
-        for (unsigned int k = 1; k < n; ++k)
-            cp = (cp << 6) | (p[k] & 0x3Fu);
-        out.push_back(cp);
-    }
-    return out;
-}
-
-CodePoints mapped(const SCaseMappingTable& table, const CodePoints& input)
+// The text mapped by `table`, as bytes, so that characters after a NUL are compared too.
+std::string mapped(const SCaseMappingTable& table, const CodePoints& input)
 {
     CString text = fromCodePoints(input);
     doCaseMapping(text, table);
     expectConsistent(text);
-    return codePointsOf(text);
+    return bytes(text);
 }
 
 const SCaseMappingTable& L = sToLowerCaseMappingTable;
@@ -59,17 +44,13 @@ TEST(CaseMappingTest, MapsCodePointsByTheShippedTables)
         {__LINE__, U, {0x0390, 0x1FB3, 0x0149}, {0x0399, 0x0308, 0x0301, 0x0391, 0x0399, 0x02BC, 'N'}},
         // No context: sigma is never final.
         {__LINE__, L, {0x03A3, 0x03A3}, {0x03C3, 0x03C3}},
-        {__LINE__, U, {0x03C2}, {0x03A3}},
         // Simple entries, several of them mapping to one.
         {__LINE__, U, {0x0131, 0x00B5, 0x1FE5}, {'I', 0x039C, 0x1FEC}},
         {__LINE__, L, {0x212A, 0x0178, 0x0100, 0x212B}, {'k', 0x00FF, 0x0101, 0x00E5}},
         {__LINE__, L, {0x01C4, 0x01C5, 0x01C6}, {0x01C6, 0x01C6, 0x01C6}},
-        {__LINE__, U, {0x01C4, 0x01C5, 0x01C6}, {0x01C4, 0x01C4, 0x01C4}},
         // Ranges, at their edges.
         {__LINE__, U, {'a', 'z', '@', '[', '`', '{'}, {'A', 'Z', '@', '[', '`', '{'}},
         {__LINE__, L, {0x00C0, 0x00D6, 0x00D7, 0x00D8, 0x00DE}, {0x00E0, 0x00F6, 0x00D7, 0x00F8, 0x00FE}},
-        {__LINE__, L, {0xFF21, 0xFF3A, 0xFF3B}, {0xFF41, 0xFF5A, 0xFF3B}},
-        {__LINE__, U, {0x1F70, 0x1F71, 0x1F72, 0x1F75}, {0x1FBA, 0x1FBB, 0x1FC8, 0x1FCB}},
         // Not letters, mappings newer than the tables, and beyond the plane: unchanged.
         {__LINE__, L, {0x2160, 0x24B6, 0x10A0, 0x04C0, 0x1E9E, 0x10400}, {0x2160, 0x24B6, 0x10A0, 0x04C0, 0x1E9E, 0x10400}},
         {__LINE__, U, {0x0345, 0x2170, 0x24D0, 0x0180, 0x10428}, {0x0345, 0x2170, 0x24D0, 0x0180, 0x10428}},
@@ -79,7 +60,7 @@ TEST(CaseMappingTest, MapsCodePointsByTheShippedTables)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.expected, mapped(row.table, row.input));
+        EXPECT_EQ(bytes(fromCodePoints(row.expected)), mapped(row.table, row.input));
     }
     CString text("a\xC3\xC3" "b", 4);  // a follower of 0xC0 or more: mapped as the iterator steps
     toLower(text);
@@ -129,7 +110,7 @@ TEST(CaseMappingTest, TheShippedTablesHaveTheirShapeAndEveryCodePointMapsAsTheyS
         unsigned int mismatches = 0;
         for (unsigned int cp = 1; cp <= 0xFFFF && mismatches < 10; ++cp) {
             const auto found = expected.find(cp);
-            if (mapped(t, {cp}) != (found == expected.end() ? CodePoints{cp} : found->second)) {
+            if (mapped(t, {cp}) != bytes(fromCodePoints(found == expected.end() ? CodePoints{cp} : found->second))) {
                 ADD_FAILURE() << "U+" << std::hex << cp;
                 ++mismatches;
             }
@@ -175,10 +156,10 @@ TEST(CaseMappingTest, OnePassAgreesWithReplacingEachCharacter)
                 doCaseMapping(text, way < 3 ? *shipped : searched);
                 replaceOneByOne(expected, mappings);
                 expectConsistent(text);
-                ASSERT_EQ(codePointsOf(expected), codePointsOf(text)) << "round " << round << ", way " << way;
+                ASSERT_EQ(bytes(expected), bytes(text)) << "round " << round << ", way " << way;
                 ASSERT_EQ(osal_kit_test::blockOf(expected)->mCapacity, osal_kit_test::blockOf(text)->mCapacity);
                 if (shared) {
-                    ASSERT_EQ(input, codePointsOf(other));
+                    ASSERT_EQ(bytes(fromCodePoints(input)), bytes(other));
                 }
             }
         }
@@ -197,73 +178,15 @@ TEST(CaseMappingTest, TheEngineUsesThe32BitTablesAboveThePlaneAndSkipsAbsentOnes
                                     1, sWideSpecial};
     const SCaseMappingTable none = {0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr};
     const CodePoints input = {0x10400, 'b', 0x10401, 0x10413, 0x10414, 0x10500, 0x104FF, 'd'};
-    EXPECT_EQ((CodePoints{0x10428, 0x0431, 0x20000, 0x1043B, 0x10414, 0x10428, 'x', 0x7FFFFFFF, 0x104FF, 'd'}),
-              mapped(wide, input));
-    EXPECT_EQ(input, mapped(none, input));
+    const CodePoints expected = {0x10428, 0x0431, 0x20000, 0x1043B, 0x10414, 0x10428, 'x', 0x7FFFFFFF, 0x104FF, 'd'};
+    EXPECT_EQ(bytes(fromCodePoints(expected)), mapped(wide, input));
+    EXPECT_EQ(bytes(fromCodePoints(input)), mapped(none, input));
 }
 
-// Runs one text through the parser of one width (0: toInt32); the value is read back widened.
-template <class T>
-bool parseAs(bool (*parse)(const CString&, T&, const bool&, const bool&), const std::string& text, bool isHex,
-             bool isPrefixMandatory, long long& value)
+// The number parse fuzz target checks the parsers against a reference over the cases the
+// design names; what it cannot see is the exact text the formatters write.
+TEST(NumberTest, FormattersWriteDecimalAndCapitalHexadecimal)
 {
-    T narrow = 0xA5;
-    const bool ok = parse(osal_kit_test::fromBytes(text), narrow, isHex, isPrefixMandatory);
-    value = static_cast<long long>(narrow);
-    return ok;
-}
-
-bool toInt32Widened(const CString& text, int& value, const bool&, const bool&) { return toInt32(text, value); }
-
-// The number parse fuzz target checks the grammar against a reference; these are the
-// cases the design names, and each type's limits.
-TEST(NumberTest, ParsersTakeAWholeNumberWithinTheTypesRangeOrNothing)
-{
-    const bool dec = false, hex = true, optional = false, mandatory = true;
-    const struct { int line; int bits; std::string text; bool isHex, isPrefixMandatory, ok; long long value; } rows[] = {
-        {__LINE__, 0, " 42 ", dec, optional, true, 42},
-        {__LINE__, 0, "-2147483648", dec, optional, true, -2147483647 - 1},
-        {__LINE__, 0, "+7", dec, optional, true, 7},
-        {__LINE__, 0, "007", dec, optional, true, 7},
-        {__LINE__, 0, std::string("12\0x", 4), dec, optional, true, 12},  // the text ends at a NUL
-        {__LINE__, 0, "   ", dec, optional, false, 0},
-        {__LINE__, 0, "- 5", dec, optional, false, 0},
-        {__LINE__, 0, "2147483648", dec, optional, false, 0},
-        {__LINE__, 0, "-2147483649", dec, optional, false, 0},
-        {__LINE__, 0, "4294967296", dec, optional, false, 0},
-        {__LINE__, 0, "12a", dec, optional, false, 0},
-        {__LINE__, 32, "4294967295", dec, optional, true, 4294967295ll},
-        {__LINE__, 32, "4294967296", dec, optional, false, 0},
-        {__LINE__, 32, " -000 ", dec, optional, true, 0},
-        {__LINE__, 32, "-1", dec, optional, false, 0},
-        {__LINE__, 8, "255", dec, optional, true, 255},
-        {__LINE__, 8, "256", dec, optional, false, 0},
-        {__LINE__, 8, "0012", hex, optional, true, 0x12},
-        {__LINE__, 8, "0xfF", hex, mandatory, true, 0xFF},
-        {__LINE__, 8, "0", hex, mandatory, false, 0},
-        {__LINE__, 8, "0x", hex, optional, false, 0},
-        {__LINE__, 8, "100", hex, optional, false, 0},
-        {__LINE__, 16, "0X10", hex, optional, false, 0},
-        {__LINE__, 16, "1 0", hex, optional, false, 0},
-        {__LINE__, 16, "65535", dec, optional, true, 65535},
-        {__LINE__, 16, "65536", dec, optional, false, 0},
-        {__LINE__, 16, "0x10000", hex, optional, false, 0},
-        {__LINE__, 64, "18446744073709551615", dec, optional, true, -1},
-        {__LINE__, 64, "18446744073709551616", dec, optional, false, 0},
-        {__LINE__, 64, "0x10000000000000000", hex, mandatory, false, 0},
-        {__LINE__, 64, "0123456789abcdef", hex, optional, true, 0x0123456789ABCDEFll},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        long long value = 0;
-        const bool ok = row.bits == 0    ? parseAs(toInt32Widened, row.text, row.isHex, row.isPrefixMandatory, value)
-                        : row.bits == 8  ? parseAs(toUInt8, row.text, row.isHex, row.isPrefixMandatory, value)
-                        : row.bits == 16 ? parseAs(toUInt16, row.text, row.isHex, row.isPrefixMandatory, value)
-                        : row.bits == 32 ? parseAs(toUInt32, row.text, row.isHex, row.isPrefixMandatory, value)
-                                         : parseAs(toUInt64, row.text, row.isHex, row.isPrefixMandatory, value);
-        EXPECT_EQ(row.ok, ok);
-        EXPECT_EQ(row.ok ? row.value : 0xA5, value);
-    }
     CString text("replaced");
     const auto as = [&text](bool) { return bytes(text); };
     EXPECT_EQ("0xFF", as(fromUInt32(text, 255u, true)));
@@ -277,18 +200,11 @@ TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
     const struct { int line; std::string text; unsigned int maxBytes; const char* suffix; bool cut; std::string expected; }
         rows[] = {
         {__LINE__, "abcdefghij", 8, "...", true, "abcde..."},
-        {__LINE__, "abcdefghij", 3, "...", true, "..."},
         {__LINE__, "abcdefghij", 2, "...", true, "ab"},
-        {__LINE__, "abcdefghij", 9, "", true, "abcdefghi"},
         {__LINE__, "abcdefghij", 10, "...", false, "abcdefghij"},
-        {__LINE__, "abcdefghij", 0, "", false, "abcdefghij"},
         {__LINE__, "", 5, "...", false, ""},
         {__LINE__, "éééééé", 7, "", true, "ééé"},  // two-byte characters: an odd limit ends one byte short
         {__LINE__, "éééééé", 7, "…", true, "éé…"},
-        {__LINE__, "a😀b😀c😀", 6, "", true, "a😀b"},
-        {__LINE__, "a😀b😀c😀", 5, "", true, "a😀"},
-        {__LINE__, "😀😀😀😀😀😀😀😀😀😀", 39, "", true, "😀😀😀😀😀😀😀😀😀"},
-        {__LINE__, "😀😀😀😀😀😀😀😀😀😀", 3, "", true, ""},
         {__LINE__, "😀😀😀😀😀😀😀😀😀😀", 7, "-", true, "😀-"},
         {__LINE__, six + six + six + six + six, 29, "", true, six + six + six + six},
         {__LINE__, six + six + six + six + six, 18, "", true, six + six + six},
@@ -302,24 +218,6 @@ TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
         EXPECT_EQ(row.text, bytes(holder));
         expectConsistent(text);
     }
-}
-
-TEST(StringVectorTest, ConversionsKeepOrderAndPointIntoTheStrings)
-{
-    TVector<const char*> texts(0);
-    for (const char* text : {"first", static_cast<const char*>(nullptr), "ok\xC3", ""})
-        texts.push_back(text);
-    const TVector<CString> strings = toStringVector(texts);
-    ASSERT_EQ(4, strings.size());
-    const TVector<const char*> back = fromStringVector(strings);
-    ASSERT_EQ(4, back.size());
-    const char* const expected[] = {"first", "", "ok", ""};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(expected[i], bytes(*strings.get(i)));
-        EXPECT_EQ(strings.get(i)->getBuffer(), *back.get(i));
-    }
-    EXPECT_EQ(0, toStringVector(TVector<const char*>(0)).size());
-    EXPECT_EQ(0, fromStringVector(TVector<CString>(0)).size());
 }
 
 } // namespace

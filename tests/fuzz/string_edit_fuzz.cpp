@@ -73,7 +73,7 @@ size_t indexOf(const CString& s, const Iterator& it) { return it == s.end() ? NO
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input in(data, size);
-    Model model = modelText(in, 24);
+    Model model = modelText(in, 24), text, what;
     CString s = build(model);
     const CString other("zzz");
     // Replacing all of a short text by a longer one grows the string fast: stop while the
@@ -81,126 +81,93 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (unsigned int round = 0; round < 64 && !in.empty() && model.size() < 4096; ++round) {
         const CString before(s);
         const Model beforeModel = model;
-        const bool self = model.size() < 512;
         const uint8_t op = in.byte() % 20;
-        size_t index = NONE, at = NONE;
+        size_t index = NONE, at = NONE, lead = 0, end = model.size();
+        Iterator it, original;
+        CString built;
+        unsigned int n = 0;
+        bool itself = false, forward = false;
         switch (op) {
-        case 0: {  // append a string, or the string itself
-            const Model text = modelText(in, 6);
-            const CString built = build(text);
-            const bool itself = (in.byte() & 1) && self;
+        case 0:  // append a string, or the string itself
+            built = build(text = modelText(in, 6));
+            itself = (in.byte() & 1) && model.size() < 512;
             s.append(itself ? s : built);
             model += itself ? beforeModel : text;
             break;
-        }
-        case 1: {  // append NUL-terminated text or counted bytes
-            const Model text = modelText(in, 6);
-            const std::string bytes = osal_kit_fuzz::encode(text);
-            if (in.byte() & 1)
-                s.append(bytes.c_str());
-            else
-                s.append(bytes.data(), static_cast<unsigned int>(bytes.size()));
-            model += text;
-            break;
-        }
-        case 2:    // insert, the string into itself too
-        case 4: {  // replace (a count of 0 inserts), with the string itself too
-            Iterator it = position(in, s, other, index);
-            const Iterator original = it;
-            const unsigned int n = op == 4 ? count(in, 5) : 0;
-            const bool itself = (in.byte() & 1) && self;
-            const Model text = itself ? model : modelText(in, 6);
-            const CString built = build(text);
+        case 2:  // insert, the string into itself too
+        case 4:  // replace (a count of 0 inserts), with the string itself too
+            it = original = position(in, s, other, index);
+            n = op == 4 ? count(in, 5) : 0;
+            itself = (in.byte() & 1) && model.size() < 512;
+            built = build(text = itself ? model : modelText(in, 6));
             if (op == 2)
                 s.insert(it, itself ? s : built);
             else
                 s.replace(it, n, itself ? s : built);
             if (index != NONE && (op == 4 ? n == 0 || index < beforeModel.size() : !text.empty()))
                 model.replace(index, n, text);
-            FUZZ_CHECK(index == NONE || (op == 2 && text.empty()) ? it == original : it - s.begin() == static_cast<int>(index));
+            FUZZ_CHECK(index == NONE || (op == 2 && text.empty()) ? it == original : it - s.begin() == int(index));
             break;
-        }
-        case 3: {  // remove
-            Iterator it = position(in, s, other, index);
-            const unsigned int n = count(in, 8);
-            s.remove(it, n);
-            if (index != NONE) {
-                model.erase(index, n);
-                FUZZ_CHECK(it - s.begin() == static_cast<int>(index));
-            }
+        case 3:  // remove
+            it = position(in, s, other, index);
+            s.remove(it, n = count(in, 8));
+            model.erase(std::min(index, model.size()), n);
+            FUZZ_CHECK(index == NONE || it - s.begin() == static_cast<int>(index));
             break;
-        }
-        case 5: {  // replace all
-            const Model what = modelText(in, 3), with = modelText(in, 4);
-            s.replaceAll(build(what), build(with));
-            for (at = what.empty() ? NONE : model.find(what); at != NONE; at = model.find(what, at + with.size()))
-                model.replace(at, what.size(), with);
+        case 5:  // replace all, never searching the replacements
+            what = modelText(in, 3);
+            text = modelText(in, 4);
+            s.replaceAll(build(what), build(text));
+            for (at = what.empty() ? NONE : model.find(what); at != NONE; at = model.find(what, at + text.size()))
+                model.replace(at, what.size(), text);
             break;
-        }
-        case 6: {  // the lowest placeholder, the first of equal ones
-            const Model arg = modelText(in, 4);
-            s.replaceArg(build(arg));
+        case 6:  // the lowest placeholder, the first of equal ones
+            text = modelText(in, 4);
+            s.replaceArg(build(text));
             for (size_t i = 0; i + 1 < model.size(); ++i) {
-                const char32_t digit = model[i + 1];
-                if (model[i] == U'%' && digit >= U'0' && digit <= U'9' && (at == NONE || digit < model[at + 1]))
+                if (model[i] == U'%' && model[i + 1] >= U'0' && model[i + 1] <= U'9' &&
+                    (at == NONE || model[i + 1] < model[at + 1]))
                     at = i;
             }
             if (at != NONE)
-                model.replace(at, 2, arg);
+                model.replace(at, 2, text);
             break;
-        }
-        case 7: {  // truncate at a position
-            const Iterator it = position(in, s, other, index);
-            s.truncate(it);
+        case 7:  // truncate at a position
+            s.truncate(position(in, s, other, index));
             model.resize(std::min(index, model.size()));
             break;
-        }
-        case 8: {  // truncate to a count
-            const unsigned int n = in.byte() % 32;
-            s.truncate(n);
+        case 8:  // truncate to a count
+            s.truncate(n = in.byte() % 32);
             model.resize(std::min<size_t>(n, model.size()));
             break;
-        }
-        case 9: {
+        case 9:  // trim the six white-space characters
             s.trim();
-            size_t lead = 0, end = model.size();
             while (lead < end && isBlank(model[lead]))
                 ++lead;
             while (end > lead && isBlank(model[end - 1]))
                 --end;
             model = model.substr(lead, end - lead);
             break;
-        }
-        case 10: {  // left and right pieces by count
-            const unsigned int n = count(in, 32);
+        case 10:  // left and right pieces by count
+            n = count(in, 32);
             checkAgainst(s.getLeft(n), model.substr(0, n));
             checkAgainst(s.getRight(n), model.substr(model.size() - std::min<size_t>(n, model.size())));
             break;
-        }
-        case 11: {  // pieces by position
-            const Iterator it = position(in, s, other, index);
-            const unsigned int n = count(in, 8);
-            const Model left = index == NONE ? Model() : model.substr(0, index);
-            const Model right = index == NONE ? Model() : model.substr(index);
-            checkAgainst(s.getLeft(it), left);
-            checkAgainst(s.getRight(it), right);
-            checkAgainst(s.getMid(it, n), right.substr(0, n));
+        case 11:  // pieces by position
+            it = position(in, s, other, index);
+            n = count(in, 8);
+            text = model.substr(std::min(index, model.size()));
+            checkAgainst(s.getLeft(it), index == NONE ? Model() : model.substr(0, index));
+            checkAgainst(s.getRight(it), text);
+            checkAgainst(s.getMid(it, n), text.substr(0, n));
             break;
-        }
-        case 12: {  // search forward and backward; a match must lie wholly in the text
-            const Iterator it = position(in, s, other, index);
-            const Model what = modelText(in, 3);
-            const bool forward = in.byte() & 1;
-            if (index != NONE && !what.empty() && forward) {
-                at = model.find(what, index);
-            } else if (index != NONE && !what.empty() && !model.empty()) {
-                at = model.rfind(what, index == model.size() ? index - 1 : index);
-            }
+        case 12:  // search either way; a match must lie wholly in the text
+            it = position(in, s, other, index);
+            what = modelText(in, 3);
+            forward = in.byte() & 1;
+            if (index != NONE && !what.empty())
+                at = forward ? model.find(what, index) : model.rfind(what, index == model.size() ? index - 1 : index);
             FUZZ_CHECK(indexOf(s, s.findString(it, build(what), forward)) == at);
-            break;
-        }
-        case 17:  // reserve keeps the content
-            s.reserve(in.byte());
             break;
         default:  // start again from new text
             model = modelText(in, 24);

@@ -106,32 +106,35 @@ void streamForms(unsigned int skip)
 // tokens whose Add succeeded, and a failed split leaves no tokens behind.
 void tokenList(unsigned int skip)
 {
-    PAL::CTokenSeparatedList list(CString(","), CString()), copy(CString(";"), CString("kept"));
+    PAL::CTokenSeparatedList list(CString(","), CString()), copy(CString(","), CString("kept"));
     const CString tokens[] = {CString("alpha"), CString("b\xC3\xA9ta"), CString("gamma")};
-    TVector<CString> parts(0), strings(0);
-    TVector<const char*> texts(0);
+    TVector<CString> parts(0);
     parts.push_back(CString("stale"));
-    texts.push_back("first");
-    texts.push_back("second");
     bool added[3] = {};
     failAllocationAfter(skip);
     for (int i = 0; i < 3; ++i)
         added[i] = list.Add(tokens[i]);
     const bool split = list.ToVector(parts), copied = copy.FromVector(parts);
-    strings = PAL::StringUtilities::toStringVector(texts);
     const int found = list.Find(tokens[2]);
     Morvex_Fault_DisarmAll();
-    std::string expected, joined;
-    for (int i = 0; i < 3; ++i) {
-        if (added[i])
-            expected += (expected.empty() ? "" : ",") + bytes(tokens[i]);
-    }
-    for (int i = 0; i < parts.size(); ++i)
-        joined += (i == 0 ? "" : ";") + bytes(*parts.get(i));
+    std::string expected;
+    for (int i = 0; i < 3; ++i)
+        expected += added[i] ? (expected.empty() ? "" : ",") + bytes(tokens[i]) : std::string();
     EXPECT_EQ(expected, bytes(list.Get()));
     EXPECT_TRUE(found == -1 || (added[2] && found == added[0] + added[1])) << found;
     EXPECT_EQ(split ? added[0] + added[1] + added[2] : 0, parts.size());
-    EXPECT_EQ(copied ? joined : "kept", bytes(copy.Get()));
+    EXPECT_EQ(copied ? (split ? expected : "") : "kept", bytes(copy.Get()));
+}
+
+// Each string of a converted vector is complete or empty.
+void stringVector(unsigned int skip)
+{
+    TVector<const char*> texts(0);
+    for (const char* text : {"first", static_cast<const char*>(nullptr), "third"})
+        texts.push_back(text);
+    failAllocationAfter(skip);
+    const TVector<CString> strings = PAL::StringUtilities::toStringVector(texts);
+    Morvex_Fault_DisarmAll();
     for (int i = 0; i < strings.size(); ++i)
         EXPECT_TRUE(strings.get(i)->isEmpty() || bytes(*strings.get(i)) == *texts.get(i)) << i;
 }
@@ -165,6 +168,7 @@ TEST(StringSweep, EveryOperationIsAllOrNothing)
         {__LINE__, "toUpper", caseMapping},
         {__LINE__, "stream forms", streamForms},
         {__LINE__, "token list", tokenList},
+        {__LINE__, "toStringVector", stringVector},
     };
     osal_kit_test::sweepAllocations(scenarios);
 }
