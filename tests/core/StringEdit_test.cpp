@@ -134,7 +134,8 @@ TEST_F(StringEditTest, EditsCopySharedBlocksExactlyAndKeepPrivateOnesInPlace)
     const CString x("x"), y("y");
     Iterator end = untouched.end();
     osal_kit_test::AllocationBalance balance;
-    untouched.trim().replaceArg(x).replaceAll(y, x).remove(end, 1).truncate(9u);
+    untouched.trim().replaceArg(x).replaceAll(y, x).remove(end, 1).replace(end, 1, x).insert(end, CString()).append("");
+    untouched.append(static_cast<const char*>(nullptr)).append("xyz", 0).append(CString()).truncate(9u);
     EXPECT_EQ(0u, balance.allocationsSince());
 }
 

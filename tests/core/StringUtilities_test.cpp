@@ -202,6 +202,7 @@ TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
         {__LINE__, "abcdefghij", 8, "...", true, "abcde..."},
         {__LINE__, "abcdefghij", 2, "...", true, "ab"},
         {__LINE__, "abcdefghij", 10, "...", false, "abcdefghij"},
+        {__LINE__, "abcdefghij", 0, "", false, "abcdefghij"},
         {__LINE__, "", 5, "...", false, ""},
         {__LINE__, "éééééé", 7, "", true, "ééé"},  // two-byte characters: an odd limit ends one byte short
         {__LINE__, "éééééé", 7, "…", true, "éé…"},

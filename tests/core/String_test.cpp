@@ -84,11 +84,13 @@ TEST(StringTest, CopiesShareAndWritesUnshare)
     b.reserve(64);  // private and large enough: in place
     EXPECT_EQ(grown, b.getBuffer());
     c = "gamma";
-    a.swap(c);  // neither side keeps sharing with a third string
-    CString third = c;
-    c.swap(b);
-    EXPECT_EQ("gamma" "alpha" "alpha" "alpha", bytes(a) + bytes(b) + bytes(c) + bytes(third));
-    for (const CString* s : {&a, &b, &c, &third})
+    const CString third = c;
+    a.swap(c);  // neither side keeps sharing with a third string, whichever side shared
+    CString fourth = a;
+    a.swap(b);
+    EXPECT_EQ("alpha" "gamma" "alpha" "gamma" "gamma", bytes(a) + bytes(b) + bytes(c) + bytes(third) + bytes(fourth));
+    const CString* const all[] = {&a, &b, &c, &third, &fourth};
+    for (const CString* s : all)
         EXPECT_EQ(1u, blockOf(*s)->mRefCount);
 }
 

@@ -110,19 +110,20 @@ void tokenList(unsigned int skip)
     const CString tokens[] = {CString("alpha"), CString("b\xC3\xA9ta"), CString("gamma")};
     TVector<CString> parts(0);
     parts.push_back(CString("stale"));
-    bool added[3] = {};
+    bool added[4] = {};
     failAllocationAfter(skip);
     for (int i = 0; i < 3; ++i)
         added[i] = list.Add(tokens[i]);
+    added[3] = list.Add(42);
     const bool split = list.ToVector(parts), copied = copy.FromVector(parts);
     const int found = list.Find(tokens[2]);
     Morvex_Fault_DisarmAll();
     std::string expected;
-    for (int i = 0; i < 3; ++i)
-        expected += added[i] ? (expected.empty() ? "" : ",") + bytes(tokens[i]) : std::string();
+    for (int i = 0; i < 4; ++i)
+        expected += added[i] ? (expected.empty() ? "" : ",") + (i < 3 ? bytes(tokens[i]) : "42") : std::string();
     EXPECT_EQ(expected, bytes(list.Get()));
     EXPECT_TRUE(found == -1 || (added[2] && found == added[0] + added[1])) << found;
-    EXPECT_EQ(split ? added[0] + added[1] + added[2] : 0, parts.size());
+    EXPECT_EQ(split ? added[0] + added[1] + added[2] + added[3] : 0, parts.size());
     EXPECT_EQ(copied ? (split ? expected : "") : "kept", bytes(copy.Get()));
 }
 
