@@ -25,10 +25,9 @@ typedef CDateAndTime::STime STime;
 typedef CTimeSpan::Span Span;
 typedef CDateAndTime DT;
 
-const unsigned long long HOUR = 3600000000ull, DAY = 24 * HOUR;
+const unsigned long long DAY = 24 * 3600000000ull;
 const CDateAndTime UNCHANGED(12345);
 const STimeZoneOffset NONE;
-const eDateTimeFormat ISO = eFormatISO8601, BLANK = eFormatSpaceSeparated, OTHER = static_cast<eDateTimeFormat>(2);
 
 CDateAndTime at(unsigned short year, unsigned char month, unsigned char day, unsigned char hour = 0,
                 unsigned char minute = 0, unsigned char second = 0, unsigned int micros = 0)
@@ -53,8 +52,10 @@ std::string text(const CDateAndTime& dt)
     return text(date, time);
 }
 
-// Every day of the valid range, and the first and last day of each later 16-bit year:
-// its day number both ways, its weekday (1969-01-01 was a Wednesday) and its validity.
+// Every day of the valid range, and the first and last day of each later 16-bit year,
+// against a calendar counted plainly: its day number both ways, weekday and validity;
+// in the range also its ISO 8601 week under (Monday, 4) and, alternately at its first
+// and last microsecond, which occurrence of its weekday it is in its month and year.
 TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
 {
     auto agrees = [](const SDate& date, unsigned int number) {
@@ -63,34 +64,52 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
         return CDateAndTime::getDaysFromDate(date) == number && back == date
             && CDateAndTime::getDayOfWeek(date) == (number + 2) % 7 && date.isValid() == (date.mYear <= 3000);
     };
-    for (unsigned int year = 1969, first = 0; year <= 65535; ++year) {
+    for (unsigned int year = 1969, first = 0, previous = 0; year <= 65535; ++year) { // 1968-01-01 was a Monday
         const unsigned short y = static_cast<unsigned short>(year);
-        const unsigned int length = referenceLeap(year) ? 366 : 365;
-        ASSERT_EQ(referenceLeap(year), CDateAndTime::isLeapYear(y)) << year;
-        ASSERT_EQ(length, CDateAndTime::getDaysFromStart(y)[12]) << year;
-        ASSERT_TRUE(agrees(SDate(y, 1, 1), first) && agrees(SDate(y, 12, 31), first + length - 1)) << year;
+        const unsigned int length = referenceLeap(year) ? 366 : 365, januaryFirst = (first + 2) % 7;
+        ASSERT_TRUE(referenceLeap(year) == CDateAndTime::isLeapYear(y) && CDateAndTime::getDaysFromStart(y)[12] == length
+                    && agrees(SDate(y, 1, 1), first) && agrees(SDate(y, 12, 31), first + length - 1)) << year;
         for (unsigned int month = 1, number = first; month <= 12 && year <= 3000; ++month) {
-            const unsigned int days = osal_kit_test::referenceMonthLength(year, month);
-            for (unsigned int day = 1; day <= days; ++day, ++number)
-                ASSERT_TRUE(agrees(SDate(y, month, day), number)) << text(SDate(y, month, day));
+            const int days = static_cast<int>(osal_kit_test::referenceMonthLength(year, month));
+            for (int day = 1; day <= days; ++day, ++number) {
+                const SDate date(y, month, day);
+                const CDateAndTime dt(date, number % 2 ? STime(23, 59, 59, 999999) : STime(), 0);
+                const int yearDay = static_cast<int>(number - first) + 1, yearLength = static_cast<int>(length);
+                unsigned int week = (yearDay - (januaryFirst + yearDay - 1) % 7 + 9) / 7;
+                if (week == 0)
+                    week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
+                ASSERT_TRUE(agrees(date, number) && GetWeekNumber(dt, 0, 4) == week) << text(date);
+                if (year != 2024 && year != 3000)
+                    continue;
+                const unsigned char weekday = (number + 2) % 7, other = (weekday + 1) % 7;
+                const int inMonth = (day - 1) / 7 + 1, fromEnd = -((days - day) / 7 + 1);
+                const int inYear = (yearDay - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
+                EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfMonth(dt, weekday, fromEnd)
+                            && IsWeekdayOfYear(dt, weekday, inYear) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
+                            && IsWeekdayOfMonth(dt, weekday, 0)) << text(dt);
+                EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, inMonth + 1) || IsWeekdayOfMonth(dt, weekday, fromEnd - 1)
+                             || IsWeekdayOfYear(dt, weekday, inYear + 1) || IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
+                             || IsWeekdayOfMonth(dt, other, inMonth) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
+            }
             ASSERT_FALSE(SDate(y, month, days + 1).isValid() || SDate(y, month, 0).isValid()) << year << "-" << month;
         }
+        previous = januaryFirst;
         first += length;
     }
-    for (const SDate& date : {SDate(1968, 12, 31), SDate(2024, 0, 1), SDate(2024, 13, 1)})
-        EXPECT_FALSE(CDateAndTime::isDateValid(date)) << text(date);
+    EXPECT_FALSE(SDate(1968, 12, 31).isValid() || SDate(2024, 0, 1).isValid() || SDate(2024, 13, 1).isValid());
     EXPECT_TRUE(STime(23, 59, 59, 999999).isValid() && SDate(2024, 1, 1).isLeapYear());
-    for (const STime& time : {STime(24, 0, 0, 0), STime(0, 60, 0, 0), STime(0, 0, 60, 0), STime(0, 0, 0, 1000000)})
-        EXPECT_FALSE(CDateAndTime::isTimeValid(time)) << text(SDate(), time);
+    EXPECT_FALSE(STime(24, 0, 0, 0).isValid() || STime(0, 60, 0, 0).isValid() || STime(0, 0, 60, 0).isValid()
+                 || CDateAndTime::isTimeValid(STime(0, 0, 0, 1000000)));
     // Far beyond the range a date keeps its year's low 16 bits, on either side of the
     // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
     // its whole years to that year plus 65,536 but keeps its own months.
-    auto dateOf = [](unsigned int number) {
+    std::string far;
+    for (const unsigned int number : {1073022720u, 1073022721u, ~0u}) {
         SDate date;
         CDateAndTime::getDateFromDays(number, date);
-        return text(date).substr(0, 12);
-    };
-    EXPECT_EQ("56221-06-05 56221-06-06 30246-01-20 ", dateOf(1073022720u) + dateOf(1073022721u) + dateOf(~0u));
+        far += text(date).substr(0, 12);
+    }
+    EXPECT_EQ("56221-06-05 56221-06-06 30246-01-20 ", far);
     EXPECT_EQ(23253953u, CDateAndTime::getDaysFromDate(SDate(100, 3, 1))); // 100 has no 29 February
     EXPECT_EQ(23936226u, CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)));
 }
@@ -108,7 +127,6 @@ CDateAndTime changed(void (*change)(DT&))
 TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
 {
     const struct { int line; CDateAndTime dt; int offset; const char* expected; } rows[] = {
-        {__LINE__, CDateAndTime(DAY - 1), 0, "1969-01-01 23:59:59.999999"},
         {__LINE__, CDateAndTime(~0ull), 0, "62235-01-19 08:01:49.551615"},
         {__LINE__, changed([](DT&) {}), 14, "2020-06-07 00:20:30.000040"},
         {__LINE__, CDateAndTime(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1), 0, "2023-12-31 23:30:00.000000"},
@@ -118,23 +136,20 @@ TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
         {__LINE__, changed([](DT& d) { d.setTime(22, 0, 0, 1); }), 0, "2020-06-06 22:00:00.000001"},
         {__LINE__, changed([](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }), 0, "2024-05-17 01:02:03.000004"},
         {__LINE__, changed([](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }), 0, "1970-01-01 00:00:00.000000"},
-        {__LINE__, changed([](DT& d) { d.addTimeSpan(CTimeSpan(0ull - DAY)); }), 0, "2020-06-05 10:20:30.000040"},
         {__LINE__, changed([](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }), 0, "2020-06-07 10:20:30.000040"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
         SDate shifted, date;
         STime time, timeOnly;
         row.dt.getDateAndTime(shifted, time, row.offset);
-        EXPECT_EQ(row.expected, text(shifted, time));
         row.dt.getTime(timeOnly, row.offset);
         row.dt.getDate(date);
-        EXPECT_TRUE(time == timeOnly && (row.offset != 0 || date == shifted));
+        EXPECT_EQ(row.expected, text(shifted, time)) << row.line;
+        EXPECT_TRUE(time == timeOnly && (row.offset != 0 || date == shifted)) << row.line;
     }
     // Unix base time is one common year later; instants in 1969 wrap, the value 0 stays 0.
     for (const unsigned long long micros : {0ull, 365 * DAY, 366 * DAY + 5, 1ull})
         EXPECT_EQ(micros == 0 ? 0 : micros - 365 * DAY, CDateAndTime(micros).getMicrosecondsForUnixBaseTime());
-    EXPECT_EQ(CDateAndTime::msSecondsIn1Year * 1000000ull, 365 * CDateAndTime::msMicrosIn1Day);
 }
 
 template <class T>
@@ -150,7 +165,6 @@ CTimeSpan made(void (CTimeSpan::*set)(T), long long count)
 TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
 {
     const struct { int line; CTimeSpan span; Span parts; int d; long long h, m, s; } rows[] = {
-        {__LINE__, CTimeSpan(), Span(), 0, 0, 0, 0},
         {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
         {__LINE__, made(&CTimeSpan::setDays, -1), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
         {__LINE__, made(&CTimeSpan::setHours, -2), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
@@ -160,29 +174,22 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
         {__LINE__, made(&CTimeSpan::setSeconds, LLONG_MAX), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
         {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
          -153722867280, -9223372036854},
-        {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999),
-         -100000, -2400023, -144001439, -8640086399},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
         const unsigned long long bits = row.span.getMicroseconds();
         Span parts(true, 9, 9, 9, 9, 9);
         row.span.getSpan(parts);
-        EXPECT_EQ(row.parts, parts);
-        EXPECT_TRUE(parts.isValid());
-        EXPECT_EQ(bits, static_cast<unsigned long long>(CTimeSpan::getMicrosFromSpan(parts)));
-        EXPECT_EQ(bits, CTimeSpan(parts).getMicroseconds());
+        const int sign = bits >> 63 ? -1 : 1;
+        EXPECT_TRUE(row.parts == parts && parts.isValid() && CTimeSpan(parts).getMicroseconds() == bits) << row.line;
         EXPECT_TRUE(row.d == row.span.getDays() && row.h == row.span.getHours() && row.m == row.span.getMinutes()
-                    && row.s == row.span.getSeconds()) << row.span.getSeconds();
-        const int sign = bits == 0 ? 0 : bits >> 63 ? -1 : 1;
-        EXPECT_TRUE(row.span.compareTo(CTimeSpan()) == sign && CTimeSpan().compareTo(row.span) == -sign);
+                    && row.s == row.span.getSeconds()) << row.line;
+        EXPECT_TRUE(row.span.compareTo(CTimeSpan()) == sign && CTimeSpan().compareTo(row.span) == -sign) << row.line;
     }
-    for (const Span& span : {Span(false, 0, 24, 0, 0, 0), Span(false, 0, 0, 60, 0, 0), Span(false, 0, 0, 0, 60, 0),
-                             Span(false, 0, 0, 0, 0, 1000000)})
-        EXPECT_FALSE(CTimeSpan::isSpanValid(span));
-    CTimeSpan::Span between;
+    EXPECT_FALSE(Span(false, 0, 24, 0, 0, 0).isValid() || Span(false, 0, 0, 60, 0, 0).isValid()
+                 || Span(false, 0, 0, 0, 60, 0).isValid() || CTimeSpan::isSpanValid(Span(false, 0, 0, 0, 0, 1000000)));
+    Span between;
     at(2024, 5, 17, 10).subTimeStamp(at(2024, 5, 18, 12, 30)).getSpan(between);
-    EXPECT_EQ(Span(true, 1, 2, 30, 0, 0), between);
+    EXPECT_TRUE(between == Span(true, 1, 2, 30, 0, 0) && CTimeSpan().compareTo(CTimeSpan()) == 0);
     EXPECT_TRUE(at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
@@ -208,15 +215,12 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
 {
     const struct { int line; AddFunction add; int n; eSetMode mode; CDateAndTime from, to; bool ok; } rows[] = {
         // Month ends clamp and the time of day stays; Start and End snap to the month.
-        {__LINE__, AddMonths, 1, eKeep, at(2023, 1, 31, 10), at(2023, 2, 28, 10), true},
         {__LINE__, AddMonths, 1, eKeep, at(2024, 1, 31, 10), at(2024, 2, 29, 10), true},
         {__LINE__, SubMonths, 1, eKeep, at(2023, 3, 31, 10), at(2023, 2, 28, 10), true},
         {__LINE__, AddMonths, -13, eKeep, at(2023, 1, 15, 10), at(2021, 12, 15, 10), true},
         {__LINE__, AddMonths, 0, eSetToEnd, at(2023, 5, 17, 10), at(2023, 5, 31, 23, 59, 59), true},
         {__LINE__, AddMonths, 0, eSetToStart, at(2023, 5, 17, 10), at(2023, 5, 1), true},
-        {__LINE__, AddMonths, 0, eSetToEnd, at(3000, 12, 15, 10), at(3000, 12, 31, 23, 59, 59), true},
         {__LINE__, AddMonths, 1, eKeep, at(3000, 12, 15, 10), at(3001, 1, 15, 10), false}, // left as computed
-        {__LINE__, AddMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
         {__LINE__, SubMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
         {__LINE__, AddYears, 1, eKeep, at(2024, 2, 29, 10), at(2025, 2, 28, 10), true},
         {__LINE__, AddYears, 1, eSetToEnd, at(2024, 2, 29, 10), at(2025, 12, 31, 23, 59, 59), true},
@@ -229,15 +233,12 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
         {__LINE__, AddDays, 376929, eKeep, at(1969, 1, 1, 10), at(3000, 12, 31, 10), true},
         {__LINE__, AddDays, 1, eKeep, at(3000, 12, 31, 10), at(3000, 12, 31, 10), false},
         {__LINE__, AddDays, -1, eKeep, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
-        {__LINE__, AddDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
         {__LINE__, SubDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
         {__LINE__, AddDays, -1, eKeep, at(3001, 1, 1, 10), at(3001, 1, 1, 10), false},
         // Weeks: 2024-05-15 is a Wednesday.
         {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 13), true},
-        {__LINE__, addWeeksFromMonday, 0, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 19, 23, 59, 59), true},
         {__LINE__, addWeeksFromSunday, -1, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 5), true},
         {__LINE__, subWeeksFromMonday, 1, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 12, 23, 59, 59), true},
-        {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
         {__LINE__, subWeeksFromMonday, INT_MIN, eKeep, at(2024, 5, 15, 10), at(2024, 5, 15, 10), false},
     };
     for (const auto& row : rows) {
@@ -247,80 +248,25 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
     }
 }
 
-TEST(CalendarArithmetic, YearDaysWeekNumbersAndWeekStartOffsets)
+TEST(CalendarArithmetic, WeekNumbersYearDaysAndWeekStarts)
 {
-    EXPECT_TRUE(GetYearDay(at(2024, 1, 1, 23)) == 1 && GetYearDay(at(2024, 12, 31, 23, 59, 59, 999999)) == 366);
-    EXPECT_TRUE(GetStartOfYear(at(2024, 7, 7, 7)) == SDate(2024, 1, 1));
+    EXPECT_TRUE(GetWeekNumber(at(2000, 12, 31), 13, 1) == 54 && GetWeekNumber(at(2024, 1, 1), 0, 0) == 1);
+    EXPECT_TRUE(GetYearDay(at(2024, 12, 31, 23, 59, 59, 999999)) == 366 && GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1));
     EXPECT_TRUE(CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
     EXPECT_FALSE(CompareDates(at(2024, 5, 15, 23, 59, 59, 999999), at(2024, 5, 16)));
     const unsigned char offsets[] = {2, 1, 0, 6, 5, 4, 3, 2, 1, 0}; // of a Wednesday, for week starts 0..9
     for (unsigned char start = 0; start < 10; ++start)
         EXPECT_EQ(offsets[start], GetWeekStartOffset(at(2024, 5, 15, 12), start)) << +start;
-    const struct { int line; CDateAndTime dt; unsigned char weekStart, minDays; unsigned int week; } rows[] = {
-        {__LINE__, at(1969, 1, 1), 0, 7, 53}, // the week of 1968-12-31
-        {__LINE__, at(2024, 1, 7), 6, 1, 2},
-        {__LINE__, at(2000, 12, 31), 6, 1, 54}, // a leap year starting the day before the week
-        {__LINE__, at(2000, 12, 31), 13, 1, 54},
-        {__LINE__, at(2024, 1, 1), 0, 0, 1},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.week, GetWeekNumber(row.dt, row.weekStart, row.minDays)) << row.line;
-}
-
-// With (Monday, 4) every day of the range is in its ISO 8601 week, except the last days
-// of a year that ISO gives to week 1 of the next: those count on.
-TEST(CalendarArithmetic, EveryDayOfTheRangeHasItsIsoWeek)
-{
-    unsigned int januaryFirst = 2, previous = 0; // 1969-01-01 was a Wednesday, 1968-01-01 a Monday
-    for (unsigned int year = 1969; year <= 3000; ++year) {
-        const unsigned int length = referenceLeap(year) ? 366 : 365;
-        CDateAndTime dt = at(static_cast<unsigned short>(year), 1, 1, 12);
-        for (unsigned int yearDay = 1; yearDay <= length; ++yearDay, dt.addTimeSpan(CTimeSpan(DAY))) {
-            unsigned int week = (yearDay - (januaryFirst + yearDay - 1) % 7 + 9) / 7;
-            if (week == 0)
-                week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
-            ASSERT_EQ(week, GetWeekNumber(dt, 0, 4)) << text(dt);
-        }
-        previous = januaryFirst;
-        januaryFirst = (januaryFirst + length) % 7;
-    }
-}
-
-// Every day of 2024, at its first and its last microsecond, is the ((day - 1) / 7 + 1)-th
-// of its weekday from the start of its month (year), the ((length - day) / 7 + 1)-th
-// from the end, and no other.
-TEST(CalendarArithmetic, EveryDayIsItsOwnOccurrenceOfItsWeekday)
-{
-    for (const STime time : {STime(0, 0, 0, 0), STime(23, 59, 59, 999999)}) {
-        for (int month = 1, yearDay = 1; month <= 12; ++month) {
-            const int length = static_cast<int>(osal_kit_test::referenceMonthLength(2024, month));
-            for (int day = 1; day <= length; ++day, ++yearDay) {
-                const CDateAndTime dt(SDate(2024, month, day), time, 0);
-                const unsigned char weekday = (yearDay - 1) % 7, other = (weekday + 1) % 7; // 2024-01-01: Monday
-                const int first = (day - 1) / 7 + 1, last = -((length - day) / 7 + 1);
-                const int yearFirst = (yearDay - 1) / 7 + 1, yearLast = -((366 - yearDay) / 7 + 1);
-                EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, first) && IsWeekdayOfMonth(dt, weekday, last)
-                            && IsWeekdayOfYear(dt, weekday, yearFirst) && IsWeekdayOfYear(dt, weekday, yearLast)
-                            && IsWeekdayOfMonth(dt, weekday, 0)) << text(dt);
-                EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, first + 1) || IsWeekdayOfMonth(dt, weekday, last - 1)
-                             || IsWeekdayOfYear(dt, weekday, yearFirst + 1) || IsWeekdayOfYear(dt, weekday, yearLast - 1)
-                             || IsWeekdayOfMonth(dt, other, first) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
-            }
-        }
-    }
-    // 3000-12-31 is a Wednesday: the next period lies beyond the range and still counts.
-    EXPECT_TRUE(IsWeekdayOfMonth(at(3000, 12, 31, 10), 2, -1) && IsWeekdayOfYear(at(3000, 12, 31, 10), 2, -1));
 }
 
 TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
 {
     STimeZoneOffset zone(-3, 30);
-    EXPECT_FALSE(zone.Set(-13, 0) || zone.Set(1, 60) || STimeZoneOffset(15, 0).IsValid() || NONE == NONE);
-    EXPECT_TRUE(zone == STimeZoneOffset(-3, 30) && zone != STimeZoneOffset(3, 30) && NONE != NONE && !NONE.IsUTC());
     Span span;
     zone.GetAsTimeSpan().getSpan(span);
-    EXPECT_EQ(Span(true, 0, 3, 30, 0, 0), span);
-    EXPECT_EQ(0u, NONE.GetAsTimeSpan().getMicroseconds());
+    EXPECT_FALSE(zone.Set(-13, 0) || zone.Set(1, 60) || STimeZoneOffset(15, 0).IsValid() || NONE == NONE);
+    EXPECT_TRUE(zone == STimeZoneOffset(-3, 30) && zone != STimeZoneOffset(3, 30) && NONE != NONE && !NONE.IsUTC());
+    EXPECT_TRUE(span == Span(true, 0, 3, 30, 0, 0) && NONE.GetAsTimeSpan().getMicroseconds() == 0);
     EXPECT_TRUE(zone.FromString("") && zone.IsUTC()); // an empty zone text is UTC
     EXPECT_TRUE(zone.FromString("-00:30") && zone.mOffsetMinutes == 30); // the sign travels on the hours
     for (const char* text : {"+14:01", "-12:30", "+5:30", "05:30", "z", "+05:60", "+05-30", "+05:30Z", "UTC", "+"}) {
@@ -333,49 +279,45 @@ TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
 // from its instant and zone. A refused text leaves the value as it was.
 TEST(TextForms, TextsAreReadAndWrittenExactly)
 {
-    const CDateAndTime t = at(2024, 5, 17, 10, 20, 30);
+    const CDateAndTime t = at(2024, 5, 17, 10, 20, 30), frac = at(2024, 5, 17, 10, 20, 30, 250000);
     const STimeZoneOffset plus2(2, 0), utc(0, 0);
+    const eDateTimeFormat ISO = eFormatISO8601, BLANK = eFormatSpaceSeparated, OTHER = static_cast<eDateTimeFormat>(2);
     const int READ = -1, FRAC = eWithFraction;
     struct Row { int line; const char* text; eDateTimeFormat format; int options; CDateAndTime dt; STimeZoneOffset zone; };
     std::vector<Row> rows = {
-        {__LINE__, "2024-05-17T10:20:30+02:00", ISO, 0, t, plus2},
-        {__LINE__, "2024-05-17T10:20:30.250000+02:00", ISO, FRAC, at(2024, 5, 17, 10, 20, 30, 250000), plus2},
+        {__LINE__, "2024-05-17T10:20:30.250000+02:00", ISO, FRAC, frac, plus2},
         {__LINE__, "2024-05-17", ISO, eDateOnly | FRAC, at(2024, 5, 17), plus2},
         {__LINE__, "2024-05-17T10:20:30", ISO, eWithoutTimeZone, t, plus2},
-        {__LINE__, "2024-05-17T10:20:30", ISO, 0, t, NONE},
         {__LINE__, "1969-01-01T00:00:00.5Z", ISO, FRAC, CDateAndTime(5), utc},
         {__LINE__, "2024-05-17T10:20:30-03:30", ISO, 0, t, STimeZoneOffset(-3, 30)},
-        {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, at(2024, 5, 17, 10, 20, 30, 250000), plus2},
-        {__LINE__, "2024-05-17", BLANK, eDateOnly, at(2024, 5, 17), plus2},
+        {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, frac, plus2},
         {__LINE__, "", OTHER, 0, UNCHANGED, plus2},
         {__LINE__, "20240517T102030", ISO, READ, t, NONE},
         {__LINE__, "2024-0517T10:2030", ISO, READ, t, NONE},
         {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
-        {__LINE__, "2024-05-17T10:20:30+14:00", ISO, READ, t, STimeZoneOffset(14, 0)},
         {__LINE__, "2024-05-17T10:20:30-1200", ISO, READ, t, STimeZoneOffset(-12, 0)},
         {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
         {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
         {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
-        {__LINE__, "3000-12-31T23:59:59.999999", ISO, READ, at(3000, 12, 31, 23, 59, 59, 999999), NONE},
         {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
         {__LINE__, "2024-05-17 10:20:30", OTHER, READ, UNCHANGED, NONE},
     };
-    for (const char* refused : {"2024-05-17T10:20", "2024-05-17T", "2024-05", "", "2024-05-1", "2024-05-17T10:20:3",
+    for (const char* refused : {"2024-05-17T10:20", "2024-05", "", "2024-05-1", "2024-05-17T10:20:3",
                                 "2024-05-17 10:20:30", "2024-05-17Z", "2024-05-17T24:00:00", "1968-12-31T23:59:59",
-                                "2024-05-17T10:20:30.", "2024-05-17T10:20:30.Z", "2024-05-17T10:20:30.1000000",
+                                "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000",
                                 "2024-05-17T10:20:30.99999999999999999999", "2024-05-17T10:20:30+14:01"})
         rows.push_back({__LINE__, refused, ISO, READ, UNCHANGED, NONE});
-    for (const char* refused : {"20240517 102030", "2024-05-17 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
+    for (const char* refused : {"20240517 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
         rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << row.line << ": \"" << row.text << "\"");
         const unsigned int options = static_cast<unsigned int>(row.options);
         const PAL::CString written = row.options == READ ? row.text : ToString(row.dt, row.format, options, row.zone);
-        EXPECT_STREQ(row.text, written.getBuffer());
         CDateAndTime dt = UNCHANGED;
         STimeZoneOffset zone(5, 0);
         const bool zoneWritten = row.options == READ || (row.options & (eDateOnly | eWithoutTimeZone)) == 0;
         const STimeZoneOffset& expected = row.format == ISO && zoneWritten ? row.zone : NONE;
+        EXPECT_STREQ(row.text, written.getBuffer());
         EXPECT_EQ(row.dt.compareTo(UNCHANGED) != 0, FromString(dt, row.text, row.format, &zone));
         EXPECT_EQ(text(row.dt), text(dt));
         EXPECT_TRUE(zone.IsValid() == expected.IsValid() && zone.mOffsetMinutes == expected.mOffsetMinutes);

@@ -14,28 +14,22 @@ namespace {
 
 void checkZone(const CString& text)
 {
-    DTU::STimeZoneOffset zone(-3, 30);
-    if (!zone.FromString(text)) {
-        FUZZ_CHECK(zone.IsValid() && zone.mOffsetMinutes == -210);
-        return;
-    }
+    DTU::STimeZoneOffset zone(-3, 30), again;
+    const bool accepted = zone.FromString(text);
     FUZZ_CHECK(zone.IsValid() && zone.mOffsetMinutes >= -720 && zone.mOffsetMinutes <= 840);
-    DTU::STimeZoneOffset again;
-    FUZZ_CHECK(again.FromString(zone.ToString()) && again == zone);
+    FUZZ_CHECK(accepted ? again.FromString(zone.ToString()) && again == zone : zone.mOffsetMinutes == -210);
 }
 
 void checkDate(const CString& text, DTU::eDateTimeFormat format, bool withZone)
 {
-    const unsigned long long sentinel = 0x0123456789ABCDEFull;
-    CDateAndTime dt(sentinel), back(~sentinel), day(~sentinel);
+    const unsigned long long sentinel = 0x0123456789ABCDEFull, day = CDateAndTime::msMicrosIn1Day;
+    CDateAndTime dt(sentinel), back(~sentinel), midnight(~sentinel);
     DTU::STimeZoneOffset zone, backZone;
     const bool known = format == DTU::eFormatISO8601 || format == DTU::eFormatSpaceSeparated;
     const bool accepted = DTU::FromString(dt, text, format, withZone ? &zone : nullptr);
-    FUZZ_CHECK(format == DTU::eFormatISO8601 || !zone.IsValid());
-    FUZZ_CHECK(accepted ? known : dt.getMicroseconds() == sentinel);
-    if (!accepted) {
+    FUZZ_CHECK((format == DTU::eFormatISO8601 || !zone.IsValid()) && (accepted ? known : dt.getMicroseconds() == sentinel));
+    if (!accepted)
         return;
-    }
     CDateAndTime::SDate date;
     CDateAndTime::STime time;
     dt.getDateAndTime(date, time, 0);
@@ -43,8 +37,8 @@ void checkDate(const CString& text, DTU::eDateTimeFormat format, bool withZone)
     FUZZ_CHECK(DTU::FromString(back, DTU::ToString(dt, format, DTU::eWithFraction, zone), format, &backZone));
     FUZZ_CHECK(back.getMicroseconds() == dt.getMicroseconds() && (!zone.IsValid() || backZone == zone));
     // The date alone reads back as that day's midnight.
-    FUZZ_CHECK(DTU::FromString(day, DTU::ToString(dt, format, DTU::eDateOnly, zone), format, nullptr));
-    FUZZ_CHECK(day.getMicroseconds() == dt.getMicroseconds() - dt.getMicroseconds() % CDateAndTime::msMicrosIn1Day);
+    FUZZ_CHECK(DTU::FromString(midnight, DTU::ToString(dt, format, DTU::eDateOnly, zone), format, nullptr));
+    FUZZ_CHECK(midnight.getMicroseconds() == dt.getMicroseconds() - dt.getMicroseconds() % day);
 }
 
 } // namespace
@@ -55,11 +49,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const uint8_t mode = in.byte();
     const std::string bytes = in.rest();
     const CString text(bytes.data(), static_cast<unsigned int>(bytes.size()));
-    if (mode % 4 == 0) {
+    const int format = mode % 4 == 3 ? 2 + (mode >> 4) : mode % 4 - 1;
+    if (mode % 4 == 0)
         checkZone(text);
-    } else {
-        const int format = mode % 4 == 3 ? 2 + (mode >> 4) : mode % 4 - 1;
+    else
         checkDate(text, static_cast<DTU::eDateTimeFormat>(format), (mode & (mode % 4 == 3 ? 0x20 : 0x10)) != 0);
-    }
     return 0;
 }
