@@ -103,61 +103,46 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
     // Far beyond the range a date keeps its year's low 16 bits, on either side of the
     // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
     // its whole years to that year plus 65,536 but keeps its own months.
-    std::string far;
-    for (const unsigned int number : {1073022720u, 1073022721u, ~0u}) {
-        SDate date;
-        CDateAndTime::getDateFromDays(number, date);
-        far += text(date).substr(0, 12);
-    }
-    EXPECT_EQ("56221-06-05 56221-06-06 30246-01-20 ", far);
-    EXPECT_EQ(23253953u, CDateAndTime::getDaysFromDate(SDate(100, 3, 1))); // 100 has no 29 February
-    EXPECT_EQ(23936226u, CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)));
-}
-
-// 2020-06-06 10:20:30.000040 after `change`.
-CDateAndTime changed(void (*change)(DT&))
-{
-    CDateAndTime dt(SDate(2020, 6, 6), STime(10, 20, 30, 40), 0);
-    change(dt);
-    return dt;
+    const unsigned int numbers[] = {1073022720u, 1073022721u, ~0u};
+    SDate far[3];
+    for (int i = 0; i < 3; ++i)
+        CDateAndTime::getDateFromDays(numbers[i], far[i]);
+    EXPECT_TRUE(far[0] == SDate(56221, 6, 5) && far[1] == SDate(56221, 6, 6) && far[2] == SDate(30246, 1, 20));
+    // 100 has no 29 February.
+    EXPECT_TRUE(CDateAndTime::getDaysFromDate(SDate(100, 3, 1)) == 23253953u
+                && CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)) == 23936226u);
 }
 
 // Setters replace one part and keep the other; an hour offset shifts the whole instant
 // before it is broken down, so the hour read back stays 0..23.
 TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
 {
-    const struct { int line; CDateAndTime dt; int offset; const char* expected; } rows[] = {
-        {__LINE__, CDateAndTime(~0ull), 0, "62235-01-19 08:01:49.551615"},
-        {__LINE__, changed([](DT&) {}), 14, "2020-06-07 00:20:30.000040"},
-        {__LINE__, CDateAndTime(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1), 0, "2023-12-31 23:30:00.000000"},
-        {__LINE__, changed([](DT& d) { d.setDate(SDate(2023, 2, 31)); }), 0, "2023-03-03 10:20:30.000040"},
-        {__LINE__, changed([](DT& d) { d.setDate(2024, 200, 5); }), 0, "2024-12-05 10:20:30.000040"},
-        {__LINE__, changed([](DT& d) { d.setTime(STime(0, 30, 0, 0), -1); }), 0, "2020-06-05 23:30:00.000000"},
-        {__LINE__, changed([](DT& d) { d.setTime(22, 0, 0, 1); }), 0, "2020-06-06 22:00:00.000001"},
-        {__LINE__, changed([](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }), 0, "2024-05-17 01:02:03.000004"},
-        {__LINE__, changed([](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }), 0, "1970-01-01 00:00:00.000000"},
-        {__LINE__, changed([](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }), 0, "2020-06-07 10:20:30.000040"},
+    const struct { int line; void (*change)(DT&); int offset; const char* expected; } rows[] = {
+        {__LINE__, [](DT& d) { d = CDateAndTime(~0ull); }, 0, "62235-01-19 08:01:49.551615"},
+        {__LINE__, [](DT&) {}, 14, "2020-06-07 00:20:30.000040"},
+        {__LINE__, [](DT& d) { d = CDateAndTime(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1); }, 0, "2023-12-31 23:30:00.000000"},
+        {__LINE__, [](DT& d) { d.setDate(SDate(2023, 2, 31)); }, 0, "2023-03-03 10:20:30.000040"},
+        {__LINE__, [](DT& d) { d.setDate(2024, 200, 5); }, 0, "2024-12-05 10:20:30.000040"},
+        {__LINE__, [](DT& d) { d.setTime(STime(0, 30, 0, 0), -1); }, 0, "2020-06-05 23:30:00.000000"},
+        {__LINE__, [](DT& d) { d.setTime(22, 0, 0, 1); }, 0, "2020-06-06 22:00:00.000001"},
+        {__LINE__, [](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }, 0, "2024-05-17 01:02:03.000004"},
+        {__LINE__, [](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }, 0, "1970-01-01 00:00:00.000000"},
+        {__LINE__, [](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }, 0, "2020-06-07 10:20:30.000040"},
     };
     for (const auto& row : rows) {
+        CDateAndTime dt = at(2020, 6, 6, 10, 20, 30, 40);
         SDate shifted, date;
         STime time, timeOnly;
-        row.dt.getDateAndTime(shifted, time, row.offset);
-        row.dt.getTime(timeOnly, row.offset);
-        row.dt.getDate(date);
-        EXPECT_EQ(row.expected, text(shifted, time)) << row.line;
-        EXPECT_TRUE(time == timeOnly && (row.offset != 0 || date == shifted)) << row.line;
+        row.change(dt);
+        dt.getDateAndTime(shifted, time, row.offset);
+        dt.getTime(timeOnly, row.offset);
+        dt.getDate(date);
+        EXPECT_TRUE(row.expected == text(shifted, time) && time == timeOnly && (row.offset != 0 || date == shifted))
+            << row.line << ": " << text(shifted, time);
     }
     // Unix base time is one common year later; instants in 1969 wrap, the value 0 stays 0.
     for (const unsigned long long micros : {0ull, 365 * DAY, 366 * DAY + 5, 1ull})
         EXPECT_EQ(micros == 0 ? 0 : micros - 365 * DAY, CDateAndTime(micros).getMicrosecondsForUnixBaseTime());
-}
-
-template <class T>
-CTimeSpan made(void (CTimeSpan::*set)(T), long long count)
-{
-    CTimeSpan span(12345);
-    (span.*set)(static_cast<T>(count));
-    return span;
 }
 
 // Whole units scale modulo 2^64 and are read back truncated toward zero; the broken-down
@@ -166,12 +151,12 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
 {
     const struct { int line; CTimeSpan span; Span parts; int d; long long h, m, s; } rows[] = {
         {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
-        {__LINE__, made(&CTimeSpan::setDays, -1), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
-        {__LINE__, made(&CTimeSpan::setHours, -2), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
-        {__LINE__, made(&CTimeSpan::setMinutes, 90), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
+        {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
+        {__LINE__, [] { CTimeSpan s(9); s.setHours(-2); return s; }(), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
+        {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
         {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
         {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
-        {__LINE__, made(&CTimeSpan::setSeconds, LLONG_MAX), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
+        {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
         {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
          -153722867280, -9223372036854},
     };
