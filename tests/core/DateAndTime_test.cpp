@@ -86,7 +86,7 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
                 const int inYear = (yearDay - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
                 EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfMonth(dt, weekday, fromEnd)
                             && IsWeekdayOfYear(dt, weekday, inYear) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
-                            && IsWeekdayOfMonth(dt, weekday, 0)) << text(dt);
+                            && IsWeekdayOfMonth(dt, weekday, 0) && IsWeekdayOfYear(dt, weekday, 0)) << text(dt);
                 EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, inMonth + 1) || IsWeekdayOfMonth(dt, weekday, fromEnd - 1)
                              || IsWeekdayOfYear(dt, weekday, inYear + 1) || IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
                              || IsWeekdayOfMonth(dt, other, inMonth) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
