@@ -1,29 +1,20 @@
-// CBuffer: sizes in whole blocks, copy on write (also across threads), copying in and
-// out, equality, and its byte-stream form.
-
-#include "core/Buffer.h"
+// Buffers and streams: the shared memory block, the growable byte buffer (copy on write,
+// also across threads), the byte-stream forms and the memory stream pair. Records of
+// outside bytes read through every `>>` are the stream_read fuzz target's business.
 
 #include "support/AllocationBalance.h"
 #include "support/StreamBytes.h"
 
-#include "morvex_pal_fault.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using PAL::CBuffer;
-using osal_kit_test::AllocationBalance;
+using PAL::CRCMemoryBuffer;
 using osal_kit_test::Bytes;
-using osal_kit_test::FaultGuard;
-using osal_kit_test::bufferOf;
-using osal_kit_test::bytesOf;
-using osal_kit_test::written;
 
 CBuffer holding(const std::string& text, unsigned int blockSize = CBuffer::DEFAULT_BLOCK_SIZE)
 {
@@ -32,146 +23,80 @@ CBuffer holding(const std::string& text, unsigned int blockSize = CBuffer::DEFAU
     return buffer;
 }
 
+CRCMemoryBuffer blockWith(const std::string& text) { return holding(text, 1).getMemoryBuffer(); }
+
 std::string textOf(const CBuffer& buffer)
 {
-    const Bytes bytes = bytesOf(buffer);
+    const Bytes bytes = osal_kit_test::bytesOf(buffer);
     return std::string(bytes.begin(), bytes.end());
 }
 
-TEST(BufferTest, SizesAreKeptInWholeBlocks)
+// Empty handles share one static block and allocate nothing; the last handle frees a
+// block; equal blocks have the same capacity and bytes. The allocator is asked for the
+// header plus the capacity rounded up to 8, and the bytes start zeroed.
+TEST(RCMemoryBufferTest, BlocksAreSharedCountedAndComparedByContent)
 {
-    const PAL::CRCMemoryBuffer five(5);
+    osal_kit_test::AllocationBalance balance;
+    const CRCMemoryBuffer byDefault, sized0(0), impossible(0xFFFFFFFFu), nine(9);
+    EXPECT_TRUE(balance.allocationsSince() == 1 && impossible.getBuffer() == nullptr && byDefault == sized0);
+    EXPECT_TRUE(byDefault != blockWith("a") && blockWith("a") != sized0 && CRCMemoryBuffer(5) != CRCMemoryBuffer(6));
+    EXPECT_TRUE(blockWith("abcde") == blockWith("abcde") && blockWith("abcde") != blockWith("abcdf"));
+    {
+        CRCMemoryBuffer first = blockWith("abc"), second;
+        second = first;
+        first.removeRef();
+        EXPECT_TRUE(balance.liveBlocksDelta() == 2 && first.getBuffer() == nullptr && second == blockWith("abc"));
+    }
+    EXPECT_TRUE(balance.liveBlocksDelta() == 1 && CRCMemoryBuffer::sNullBuffer.mRefCount == 1);
+    sMorvex_PAL_AllocInfo info{};
+    const unsigned int header = sizeof(CRCMemoryBuffer::SHeader);
+    ASSERT_EQ(0, Morvex_PAL_AllocLookup(static_cast<const char*>(nine.getBuffer()) - header, &info));
+    EXPECT_TRUE(info.size == header + 16 && nine == blockWith(std::string(9, '\0'))) << info.size;
+}
+
+TEST(BufferTest, SizesAreKeptInWholeBlocksAndOnlyUsedBytesCompare)
+{
+    const CRCMemoryBuffer five(5);
     const struct { int line; CBuffer buffer; unsigned int blockSize, size, capacity; } rows[] = {
         {__LINE__, CBuffer(), 16, 0, 0},
         {__LINE__, CBuffer(5, 0), 16, 5, 16},
         {__LINE__, CBuffer(17, 16), 16, 17, 32},
-        {__LINE__, CBuffer(0, 4), 4, 0, 0},
+        {__LINE__, CBuffer(13, 3), 3, 13, 15},
+        {__LINE__, CBuffer(0xFFFFFFF1u, 16), 16, 0, 0}, // rounded up, the size would not fit in 32 bits
         {__LINE__, CBuffer(five), 16, 5, 5},
+        {__LINE__, [] { CBuffer b(9, 9); return b = holding("abc", 4); }(), 4, 3, 4},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.blockSize, row.buffer.getBlockSize());
-        EXPECT_EQ(row.size, row.buffer.getSize());
-        EXPECT_EQ(row.capacity, row.buffer.getCapacity());
-    }
-    EXPECT_EQ(five.getBuffer(), CBuffer(five).getMemoryBuffer().getBuffer());
-    const struct { int line; unsigned int blockSize, n, aligned; } aligned[] = {
-        {__LINE__, 16, 0, 0}, {__LINE__, 16, 1, 16}, {__LINE__, 16, 16, 16}, {__LINE__, 3, 4, 6},
-        {__LINE__, 16, 0xFFFFFFF0u, 0xFFFFFFF0u}, {__LINE__, 16, 0xFFFFFFF1u, 0}};
-    for (const auto& row : aligned) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.aligned, CBuffer(0, row.blockSize).getAlignedSize(row.n));
-    }
+    for (const auto& row : rows)
+        EXPECT_TRUE(row.blockSize == row.buffer.getBlockSize() && row.size == row.buffer.getSize()
+                    && row.capacity == row.buffer.getCapacity()) << row.line;
+    EXPECT_TRUE(CBuffer(five).getMemoryBuffer() == five && CBuffer().getAlignedSize(0xFFFFFFF0u) == 0xFFFFFFF0u
+                && CBuffer(0, 3).getAlignedSize(0xFFFFFFFDu) == 0xFFFFFFFFu);
+    EXPECT_TRUE(holding("abc", 4) == holding("abc", 64) && CBuffer() == CBuffer(0, 7));
+    EXPECT_TRUE(holding("abc") != holding("abd") && holding("abc") != holding("ab"));
 }
 
-TEST(BufferTest, ResizeMovesTheBytesOnlyWhenTheRoundedSizeChanges)
+// The block moves only when the rounded size changes, or when forced, and keeps the
+// bytes that still fit; copyTo grows the buffer, copyFrom stops at its used size.
+TEST(BufferTest, ResizeReserveAndCopyKeepTheBytesThatFit)
 {
     CBuffer buffer = holding("abcde");
-    const void* first = buffer.getMemoryBuffer().getBuffer();
+    const void* block = buffer.getMemoryBuffer().getBuffer();
     buffer.resize(10);
-    EXPECT_EQ(first, buffer.getMemoryBuffer().getBuffer());
+    buffer.reserve(2);
+    EXPECT_EQ(block, buffer.getMemoryBuffer().getBuffer());
     buffer.resize(20);
-    EXPECT_EQ(32u, buffer.getCapacity());
     EXPECT_EQ(std::string("abcde") + std::string(15, '\0'), textOf(buffer));
     buffer.resize(3);
-    EXPECT_EQ(16u, buffer.getCapacity());
-    EXPECT_EQ("abc", textOf(buffer));
-    const void* before = buffer.getMemoryBuffer().getBuffer();
-    buffer.reserve(2);
-    EXPECT_EQ(before, buffer.getMemoryBuffer().getBuffer());
+    block = buffer.getMemoryBuffer().getBuffer();
     buffer.reserve(2, true);
-    EXPECT_NE(before, buffer.getMemoryBuffer().getBuffer());
-    EXPECT_EQ("abc", textOf(buffer));
     buffer.resize(0xFFFFFFFFu);
-    EXPECT_EQ("abc", textOf(buffer));
-}
-
-TEST(BufferTest, CopiesShareUntilOneOfThemWrites)
-{
-    AllocationBalance balance;
-    const CBuffer original = holding("abc");
-    CBuffer copy;
-    copy = original;
-    EXPECT_EQ(original.getMemoryBuffer().getBuffer(), copy.getMemoryBuffer().getBuffer());
-    EXPECT_EQ(1u, copy.copyTo("X", 1, 0));
-    EXPECT_EQ("abc", textOf(original));
-    EXPECT_EQ("Xbc", textOf(copy));
-    const void* own = copy.getMemoryBuffer().getBuffer();
-    copy.copyTo("Y", 1, 1);
-    EXPECT_EQ(own, copy.getMemoryBuffer().getBuffer());
-    EXPECT_EQ(2, balance.liveBlocksDelta());
-}
-
-TEST(BufferTest, CopyToGrowsCopyFromStopsAtTheUsedSize)
-{
-    CBuffer buffer;
+    EXPECT_TRUE(buffer.getCapacity() == 16 && block != buffer.getMemoryBuffer().getBuffer() && textOf(buffer) == "abc");
     EXPECT_EQ(4u, buffer.copyTo("wxyz", 4, 10));
-    EXPECT_EQ(14u, buffer.getSize());
-    EXPECT_EQ(std::string(10, '\0') + "wxyz", textOf(buffer));
+    EXPECT_EQ(std::string("abc\0\0\0\0\0\0\0wxyz", 14), textOf(buffer));
     char out[100] = {};
     EXPECT_EQ(4u, buffer.copyFrom(out, 100, 10));
-    EXPECT_EQ(0u, buffer.copyFrom(out, 1, 14));
-    EXPECT_EQ(0u, buffer.copyFrom(nullptr, 1, 0));
-    EXPECT_EQ(0u, buffer.copyTo(nullptr, 1, 0));
-    EXPECT_EQ(0u, buffer.copyTo("a", 2, 0xFFFFFFFFu));
-    EXPECT_EQ(14u, buffer.getSize());
-}
-
-TEST(BufferTest, EqualityLooksAtTheUsedBytesOnly)
-{
-    EXPECT_TRUE(holding("abc", 4) == holding("abc", 64));
-    EXPECT_TRUE(CBuffer() == CBuffer(0, 7));
-    EXPECT_TRUE(holding("abc") != holding("abd"));
-    EXPECT_TRUE(holding("abc") != holding("ab"));
-}
-
-TEST(BufferTest, StreamFormWritesTheWholeBlock)
-{
-    CBuffer cut = holding("abcde");
-    cut.resize(3);
-    const struct { int line; Bytes actual, expected; } rows[] = {
-        {__LINE__, written(holding("abc", 4)), {4, 0, 0, 0, 'a', 'b', 'c', 0}},
-        {__LINE__, written(holding("abcd", 4)), {4, 0, 0, 0, 'a', 'b', 'c', 'd'}},
-        {__LINE__, written(CBuffer()), {0, 0, 0, 0}},
-        {__LINE__, written(cut), {16, 0, 0, 0, 'a', 'b', 'c', 'd', 'e', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.expected, row.actual);
-    }
-}
-
-TEST(BufferTest, ReadingTakesTheLengthAsSizeAndKeepsTheBlockSize)
-{
-    FaultGuard guard;
-    CBuffer target = holding("old", 8);
-    PAL::CMemoryIStream(bufferOf(written(holding("abc", 4)))) >> target;
-    EXPECT_EQ(std::string("abc\0", 4), textOf(target));
-    EXPECT_EQ(8u, target.getBlockSize());
-    const PAL::CMemoryIStream other(bufferOf(written(holding("xyz"))));
-    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, 0, 1, 1);
-    other >> target;
-    EXPECT_EQ(std::string("abc\0", 4), textOf(target));
-    PAL::CMemoryIStream(bufferOf({0, 0, 0, 0})) >> target;
-    EXPECT_EQ(0u, target.getSize());
-}
-
-// A length beyond 64 KiB that the stream does not hold is taken for a lie: nothing is
-// allocated and the buffer stays as it was, size included.
-TEST(BufferTest, ReadingALengthBeyondTheStreamLeavesTheBuffer)
-{
-    for (const unsigned int length : {0x10001u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
-        SCOPED_TRACE(length);
-        Bytes record = written(length);
-        record.insert(record.end(), {'a', 'b', 'c'});
-        const PAL::CMemoryIStream in(bufferOf(record));
-        CBuffer target = holding("old", 8);
-        AllocationBalance balance;
-        in >> target;
-        EXPECT_EQ(0u, balance.allocationsSince());
-        EXPECT_EQ(3u, target.getSize());
-        EXPECT_EQ("old", textOf(target).substr(0, 3));
-    }
+    EXPECT_EQ(0u, buffer.copyFrom(out, 1, 14) + buffer.copyFrom(nullptr, 1, 0));
+    EXPECT_EQ(0u, buffer.copyTo(nullptr, 1, 0) + buffer.copyTo("a", 2, 0xFFFFFFFFu) + buffer.copyTo("a", 1, 0xFFFFFFF4u));
 }
 
 // In every round all threads hold copies of one block and write into them at once: all
@@ -179,34 +104,52 @@ TEST(BufferTest, ReadingALengthBeyondTheStreamLeavesTheBuffer)
 // still be reading it. Nobody sees another's byte, and every block goes.
 TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
 {
-    const unsigned int threads = 4, rounds = 200;
-    AllocationBalance balance;
+    const unsigned int threads = 4;
+    osal_kit_test::AllocationBalance balance;
     {
-        std::vector<std::vector<CBuffer>> copies(rounds);
-        for (std::vector<CBuffer>& round : copies)
-            round.assign(threads, holding("...."));
-        std::atomic<bool> go{false};
+        std::vector<std::vector<CBuffer>> copies;
+        for (int round = 0; round < 200; ++round)
+            copies.emplace_back(threads, holding("...."));
+        std::atomic<unsigned int> ready{0};
         std::vector<std::thread> workers;
-        for (unsigned int t = 0; t < threads; ++t) {
+        for (unsigned int t = 0; t < threads; ++t)
             workers.emplace_back([&, t] {
-                while (!go.load())
+                for (++ready; ready.load() < threads;)
                     std::this_thread::yield();
-                const char mark = static_cast<char>('A' + t);
                 for (std::vector<CBuffer>& round : copies)
-                    round[t].copyTo(&mark, 1, t);
+                    round[t].copyTo(&"ABCD"[t], 1, t);
             });
-        }
-        go.store(true);
         for (std::thread& worker : workers)
             worker.join();
-        for (unsigned int t = 0; t < threads; ++t) {
-            std::string expected("....");
-            expected[t] = static_cast<char>('A' + t);
-            for (const std::vector<CBuffer>& round : copies)
-                EXPECT_EQ(expected, textOf(round[t]));
-        }
+        for (const std::vector<CBuffer>& round : copies)
+            for (unsigned int t = 0; t < threads; ++t)
+                EXPECT_EQ(std::string("....").replace(t, 1, 1, "ABCD"[t]), textOf(round[t]));
     }
     EXPECT_EQ(0, balance.liveBlocksDelta());
+}
+
+// A stream that delivers part of a read overwrites only that part of the value, and
+// leaves the rest of a new block zero. A memory input keeps the bytes it was given; an
+// output that cannot get memory, even for padding, fails for good, keeping what it had.
+TEST(StreamTest, ShortReadsSharedInputsAndFailedOutputs)
+{
+    unsigned int narrow = 0xAAAAAAAAu, value = 0;
+    osal_kit_test::ShortReadIStream(Bytes{0x01, 0x02}) >> narrow;
+    CRCMemoryBuffer block;
+    osal_kit_test::ShortReadIStream(Bytes{3, 0, 0, 0, 'x'}) >> block;
+    EXPECT_TRUE(narrow == 0xAAAA0201u && block == blockWith(std::string("x\0\0", 3))) << std::hex << narrow;
+    CBuffer source = holding("\x01\x02\x03\x04");
+    const PAL::CMemoryIStream in(source);
+    source.copyTo("\xFF", 1, 0);
+    in >> value;
+    osal_kit_test::FaultGuard faults;
+    PAL::CMemoryOStream out(4);
+    out << 1u;
+    osal_kit_test::failNext(MORVEX_FAULT_zmalloc, 0);
+    const bool aligned = out.align(8);
+    out << 2u;
+    EXPECT_FALSE(value != 0x04030201u || aligned || out.isGood() || out.flush() || out.align(8));
+    EXPECT_EQ((Bytes{1, 0, 0, 0}), osal_kit_test::bytesOf(out.getBuffer()));
 }
 
 } // namespace

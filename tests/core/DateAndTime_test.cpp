@@ -1,260 +1,316 @@
-// CDateAndTime: day numbers, weekdays, validation, time of day with hour offsets and
-// the Unix-base bridge.
+// Date and time: CDateAndTime against a calendar counted plainly, CTimeSpan and its
+// broken-down form, calendar arithmetic, and the text forms with their zone offsets.
 
-#include "core/DateAndTime.h"
+#include "core/DateAndTimeUtilities.h"
 
+#include "support/AllocationBalance.h"
 #include "support/ReferenceCalendar.h"
 
+#include "morvex_pal_clock.h"
+
 #include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <vector>
 
 namespace {
 
 using PAL::CDateAndTime;
 using PAL::CTimeSpan;
-using osal_kit_test::referenceMonthLength;
-using osal_kit_test::referenceYearLength;
+using osal_kit_test::referenceLeap;
+using namespace PAL::DateAndTimeUtilities;
 typedef CDateAndTime::SDate SDate;
 typedef CDateAndTime::STime STime;
+typedef CTimeSpan::Span Span;
+typedef CDateAndTime DT;
 
-const unsigned long long DAY = 86400000000ull;
-const unsigned long long HOUR = 3600000000ull;
+const unsigned long long DAY = 24 * 3600000000ull;
+const CDateAndTime UNCHANGED(12345);
+const STimeZoneOffset NONE;
 
-SDate dateOf(const CDateAndTime& dt)
+CDateAndTime at(unsigned short year, unsigned char month, unsigned char day, unsigned char hour = 0,
+                unsigned char minute = 0, unsigned char second = 0, unsigned int micros = 0)
 {
-    SDate date;
-    dt.getDate(date);
-    return date;
+    return CDateAndTime(SDate(year, month, day), STime(hour, minute, second, micros), 0);
 }
 
-STime timeOf(const CDateAndTime& dt, int hourOffset = 0)
+// "2024-05-17 10:20:30.000040", written independently of the library's text forms.
+std::string text(const SDate& d, const STime& t = STime())
 {
+    char out[48];
+    std::snprintf(out, sizeof out, "%04u-%02u-%02u %02u:%02u:%02u.%06u", d.mYear, d.mMonth, d.mDay, t.mHour,
+                  t.mMinute, t.mSecond, t.mMicros);
+    return out;
+}
+
+std::string text(const CDateAndTime& dt)
+{
+    SDate date;
     STime time;
-    dt.getTime(time, hourOffset);
-    return time;
+    dt.getDateAndTime(date, time, 0);
+    return text(date, time);
 }
 
-struct KnownDate {
-    int line;
-    SDate date;
-    unsigned int dayNumber;
-    unsigned char weekday;
-};
-
-// Day numbers and weekdays taken from published calendars; the day numbers of every
-// other date are checked against a plain count below.
-const KnownDate KNOWN_DATES[] = {
-    {__LINE__, SDate(1969, 1, 1), 0, 2},        {__LINE__, SDate(1970, 1, 1), 365, 3},
-    {__LINE__, SDate(2000, 2, 29), 11381, 1},   {__LINE__, SDate(2024, 5, 17), 20225, 4},
-    {__LINE__, SDate(2068, 12, 31), 36524, 0},  {__LINE__, SDate(2069, 1, 1), 36525, 1},
-    {__LINE__, SDate(2100, 3, 1), 47906, 0},    {__LINE__, SDate(3000, 12, 31), 376929, 2},
-};
-
-TEST(DateAndTime, KnownDatesHaveTheirDayNumbersAndWeekdays)
+// Every day of the valid range, and the first and last day of each later 16-bit year,
+// against a calendar counted plainly: its day number both ways, weekday and validity;
+// in the range also its ISO 8601 week under (Monday, 4) and, alternately at its first
+// and last microsecond, which occurrence of its weekday it is in its month and year.
+TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
 {
-    for (const KnownDate& row : KNOWN_DATES) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.dayNumber, CDateAndTime::getDaysFromDate(row.date));
-        EXPECT_EQ(row.weekday, CDateAndTime::getDayOfWeek(row.date));
-        EXPECT_EQ(row.weekday, CDateAndTime::getDayOfWeek(row.dayNumber));
-    }
-}
-
-// The conversions use cycle arithmetic: every day up to 3000, and the first and last
-// day of every later 16-bit year, must agree with a calendar counted plainly.
-TEST(DateAndTime, DayNumbersAgreeWithAPlainCountUpToTheLast16BitYear)
-{
-    auto agrees = [](unsigned int year, unsigned int month, unsigned int day, unsigned int number) {
-        const SDate date(static_cast<unsigned short>(year), static_cast<unsigned char>(month), static_cast<unsigned char>(day));
+    auto agrees = [](const SDate& date, unsigned int number) {
         SDate back;
         CDateAndTime::getDateFromDays(number, back);
-        return CDateAndTime::getDaysFromDate(date) == number && back == date;
+        return CDateAndTime::getDaysFromDate(date) == number && back == date
+            && CDateAndTime::getDayOfWeek(date) == (number + 2) % 7 && date.isValid() == (date.mYear <= 3000);
     };
-    unsigned int first = 0;
-    for (unsigned int year = 1969; year <= 65535; first += referenceYearLength(year), ++year) {
-        ASSERT_TRUE(agrees(year, 1, 1, first) && agrees(year, 12, 31, first + referenceYearLength(year) - 1)) << year;
+    for (unsigned int year = 1969, first = 0, previous = 0; year <= 65535; ++year) { // 1968-01-01 was a Monday
+        const unsigned short y = static_cast<unsigned short>(year);
+        const unsigned int length = referenceLeap(year) ? 366 : 365, januaryFirst = (first + 2) % 7;
+        ASSERT_TRUE(referenceLeap(year) == CDateAndTime::isLeapYear(y) && CDateAndTime::getDaysFromStart(y)[12] == length
+                    && agrees(SDate(y, 1, 1), first) && agrees(SDate(y, 12, 31), first + length - 1)) << year;
         for (unsigned int month = 1, number = first; month <= 12 && year <= 3000; ++month) {
-            for (unsigned int day = 1; day <= referenceMonthLength(year, month); ++day, ++number)
-                ASSERT_TRUE(agrees(year, month, day, number)) << year << "-" << month << "-" << day;
+            const int days = static_cast<int>(osal_kit_test::referenceMonthLength(year, month));
+            for (int day = 1; day <= days; ++day, ++number) {
+                const SDate date(y, month, day);
+                const CDateAndTime dt(date, number % 2 ? STime(23, 59, 59, 999999) : STime(), 0);
+                const int yearDay = static_cast<int>(number - first) + 1, yearLength = static_cast<int>(length);
+                unsigned int week = (yearDay - (januaryFirst + yearDay - 1) % 7 + 9) / 7;
+                if (week == 0)
+                    week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
+                ASSERT_TRUE(agrees(date, number) && GetWeekNumber(dt, 0, 4) == week) << text(date);
+                if (year != 2024 && year != 3000)
+                    continue;
+                const unsigned char weekday = (number + 2) % 7, other = (weekday + 1) % 7;
+                const int inMonth = (day - 1) / 7 + 1, fromEnd = -((days - day) / 7 + 1);
+                const int inYear = (yearDay - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
+                EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfMonth(dt, weekday, fromEnd)
+                            && IsWeekdayOfYear(dt, weekday, inYear) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
+                            && IsWeekdayOfMonth(dt, weekday, 0) && IsWeekdayOfYear(dt, weekday, 0)) << text(dt);
+                EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, inMonth + 1) || IsWeekdayOfMonth(dt, weekday, fromEnd - 1)
+                             || IsWeekdayOfYear(dt, weekday, inYear + 1) || IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
+                             || IsWeekdayOfMonth(dt, other, inMonth) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
+            }
+            ASSERT_FALSE(SDate(y, month, days + 1).isValid() || SDate(y, month, 0).isValid()) << year << "-" << month;
         }
+        previous = januaryFirst;
+        first += length;
     }
+    EXPECT_FALSE(SDate(1968, 12, 31).isValid() || SDate(2024, 0, 1).isValid() || SDate(2024, 13, 1).isValid());
+    EXPECT_TRUE(STime(23, 59, 59, 999999).isValid() && SDate(2024, 1, 1).isLeapYear());
+    EXPECT_FALSE(STime(24, 0, 0, 0).isValid() || STime(0, 60, 0, 0).isValid() || STime(0, 0, 60, 0).isValid()
+                 || CDateAndTime::isTimeValid(STime(0, 0, 0, 1000000)));
+    // Far beyond the range a date keeps its year's low 16 bits, on either side of the
+    // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
+    // its whole years to that year plus 65,536 but keeps its own months.
+    const unsigned int numbers[] = {1073022720u, 1073022721u, ~0u};
+    SDate far[3];
+    for (int i = 0; i < 3; ++i)
+        CDateAndTime::getDateFromDays(numbers[i], far[i]);
+    EXPECT_TRUE(far[0] == SDate(56221, 6, 5) && far[1] == SDate(56221, 6, 6) && far[2] == SDate(30246, 1, 20));
+    // 100 has no 29 February.
+    EXPECT_TRUE(CDateAndTime::getDaysFromDate(SDate(100, 3, 1)) == 23253953u
+                && CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)) == 23936226u);
 }
 
-// Far beyond the valid range the conversions still count plainly: day numbers keep the
-// year's low 16 bits (on either side of the point where the count from year 0 needs
-// more than 30 bits), and a year below 1969 runs its whole years to that year plus
-// 65,536 but has the months of the year as given (100 has no 29 February).
-TEST(DateAndTime, ExtremeDayNumbersAndWrappedYearsFollowTheCalendar)
+// Setters replace one part and keep the other; an hour offset shifts the whole instant
+// before it is broken down, so the hour read back stays 0..23.
+TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
 {
-    struct Row {
-        int line;
-        unsigned int dayNumber;
-        SDate date;
-    };
-    const Row fromDays[] = {
-        {__LINE__, 1073022720u, SDate(56221, 6, 5)},
-        {__LINE__, 1073022721u, SDate(56221, 6, 6)},
-        {__LINE__, 0xFFFFFFFFu, SDate(30246, 1, 20)},
-    };
-    for (const Row& row : fromDays) {
-        SCOPED_TRACE(row.line);
-        SDate date;
-        CDateAndTime::getDateFromDays(row.dayNumber, date);
-        EXPECT_EQ(row.date, date);
-    }
-    const Row toDays[] = {
-        {__LINE__, 23253953u, SDate(100, 3, 1)},
-        {__LINE__, 23253953u, SDate(100, 2, 29)},
-        {__LINE__, 23936226u, SDate(1968, 3, 1)},
-        {__LINE__, 23936531u, SDate(1968, 12, 31)},
-    };
-    for (const Row& row : toDays) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.dayNumber, CDateAndTime::getDaysFromDate(row.date));
-    }
-}
-
-TEST(DateAndTime, AnyValueGivesFieldsInRange)
-{
-    unsigned long long value = 0xFFFFFFFFFFFFFFFFull;
-    for (int i = 0; i < 2000; ++i, value = value * 6364136223846793005ull + 1442695040888963407ull) {
-        SDate date;
-        STime time;
-        CDateAndTime(value).getDateAndTime(date, time, 0);
-        ASSERT_TRUE(date.mMonth >= 1 && date.mMonth <= 12 && date.mDay >= 1 && date.mDay <= 31) << value;
-        ASSERT_TRUE(time.isValid()) << value;
-    }
-}
-
-TEST(DateAndTime, LeapYearsFollowTheGregorianRule)
-{
-    for (const unsigned short year : {1900, 2000, 2004, 2100, 2023, 2400})
-        EXPECT_EQ(osal_kit_test::referenceLeap(year), CDateAndTime::isLeapYear(year)) << year;
-    EXPECT_TRUE(SDate(2400, 1, 1).isLeapYear());
-    EXPECT_EQ(366, CDateAndTime::getDaysFromStart(2024)[12]);
-    EXPECT_EQ(59, CDateAndTime::getDaysFromStart(2100)[2]);
-}
-
-TEST(DateAndTime, ValidationCoversTheRangeAndMonthLengths)
-{
-    const struct {
-        int line;
-        SDate date;
-        bool valid;
-    } rows[] = {
-        {__LINE__, SDate(1968, 12, 31), false}, {__LINE__, SDate(1969, 1, 1), true},
-        {__LINE__, SDate(3000, 12, 31), true},  {__LINE__, SDate(3001, 1, 1), false},
-        {__LINE__, SDate(2000, 2, 29), true},   {__LINE__, SDate(2100, 2, 29), false},
-        {__LINE__, SDate(1999, 2, 29), false},  {__LINE__, SDate(2024, 4, 31), false},
-        {__LINE__, SDate(2024, 0, 1), false},   {__LINE__, SDate(2024, 13, 1), false},
-        {__LINE__, SDate(2024, 1, 0), false},   {__LINE__, SDate(0, 1, 1), false},
+    const struct { int line; void (*change)(DT&); int offset; const char* expected; } rows[] = {
+        {__LINE__, [](DT& d) { d = CDateAndTime(~0ull); }, 0, "62235-01-19 08:01:49.551615"},
+        {__LINE__, [](DT&) {}, 14, "2020-06-07 00:20:30.000040"},
+        {__LINE__, [](DT& d) { d = CDateAndTime(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1); }, 0, "2023-12-31 23:30:00.000000"},
+        {__LINE__, [](DT& d) { d.setDate(SDate(2023, 2, 31)); }, 0, "2023-03-03 10:20:30.000040"},
+        {__LINE__, [](DT& d) { d.setDate(2024, 200, 5); }, 0, "2024-12-05 10:20:30.000040"},
+        {__LINE__, [](DT& d) { d.setTime(STime(0, 30, 0, 0), -1); }, 0, "2020-06-05 23:30:00.000000"},
+        {__LINE__, [](DT& d) { d.setTime(22, 0, 0, 1); }, 0, "2020-06-06 22:00:00.000001"},
+        {__LINE__, [](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }, 0, "2024-05-17 01:02:03.000004"},
+        {__LINE__, [](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }, 0, "1970-01-01 00:00:00.000000"},
+        {__LINE__, [](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }, 0, "2020-06-07 10:20:30.000040"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.valid, CDateAndTime::isDateValid(row.date));
-        EXPECT_EQ(row.valid, row.date.isValid());
+        CDateAndTime dt = at(2020, 6, 6, 10, 20, 30, 40);
+        SDate shifted, date;
+        STime time, timeOnly;
+        row.change(dt);
+        dt.getDateAndTime(shifted, time, row.offset);
+        dt.getTime(timeOnly, row.offset);
+        dt.getDate(date);
+        EXPECT_TRUE(row.expected == text(shifted, time) && time == timeOnly && (row.offset != 0 || date == shifted))
+            << row.line << ": " << text(shifted, time);
     }
-    EXPECT_TRUE(STime(23, 59, 59, 999999).isValid());
-    for (const STime& time : {STime(24, 0, 0, 0), STime(0, 60, 0, 0), STime(0, 0, 60, 0), STime(0, 0, 0, 1000000)})
-        EXPECT_FALSE(CDateAndTime::isTimeValid(time));
+    // Unix base time is one common year later; instants in 1969 wrap, the value 0 stays 0.
+    for (const unsigned long long micros : {0ull, 365 * DAY, 366 * DAY + 5, 1ull})
+        EXPECT_EQ(micros == 0 ? 0 : micros - 365 * DAY, CDateAndTime(micros).getMicrosecondsForUnixBaseTime());
 }
 
-TEST(DateAndTime, DefaultIsTheEpochAndUnixTimeIsAYearLater)
+// Whole units scale modulo 2^64 and are read back truncated toward zero; the broken-down
+// form carries the sign apart; fields out of range still count as they stand.
+TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
 {
-    CDateAndTime dt;
-    SDate date(2000, 5, 5);
-    STime time(1, 2, 3, 4);
-    dt.getDateAndTime(date, time, 0);
-    EXPECT_EQ(SDate(1969, 1, 1), date);
-    EXPECT_EQ(STime(0, 0, 0, 0), time);
-    EXPECT_EQ(0u, dt.getMicrosecondsForUnixBaseTime());
-
-    dt.setMicrosecondsFromUnixBaseTime(0);
-    EXPECT_EQ(SDate(1970, 1, 1), dateOf(dt));
-    EXPECT_EQ(CDateAndTime::msSecondsIn1Year * 1000000ull, dt.getMicroseconds());
-    EXPECT_EQ(0u, dt.getMicrosecondsForUnixBaseTime());
-    EXPECT_EQ(365 * CDateAndTime::msMicrosIn1Day, dt.getMicroseconds());
-
-    // Instants in 1969 lie before the Unix epoch and wrap.
-    EXPECT_EQ(18446712537709551617ull, CDateAndTime(1).getMicrosecondsForUnixBaseTime());
+    const struct { int line; CTimeSpan span; Span parts; int d; long long h, m, s; } rows[] = {
+        {__LINE__, CTimeSpan(), Span(), 0, 0, 0, 0},
+        {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
+        {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
+        {__LINE__, [] { CTimeSpan s(9); s.setHours(-2); return s; }(), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
+        {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
+        {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
+        {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
+        {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
+        {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
+         -153722867280, -9223372036854},
+        {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999),
+         -100000, -2400023, -144001439, -8640086399},
+    };
+    for (const auto& row : rows) {
+        const unsigned long long bits = row.span.getMicroseconds();
+        Span parts(true, 9, 9, 9, 9, 9);
+        row.span.getSpan(parts);
+        const int sign = bits == 0 ? 0 : bits >> 63 ? -1 : 1;
+        EXPECT_TRUE(row.parts == parts && parts.isValid() && CTimeSpan(parts).getMicroseconds() == bits) << row.line;
+        EXPECT_TRUE(row.d == row.span.getDays() && row.h == row.span.getHours() && row.m == row.span.getMinutes()
+                    && row.s == row.span.getSeconds()) << row.line;
+        EXPECT_TRUE(row.span.compareTo(CTimeSpan()) == sign && CTimeSpan().compareTo(row.span) == -sign) << row.line;
+    }
+    EXPECT_FALSE(Span(false, 0, 24, 0, 0, 0).isValid() || Span(false, 0, 0, 60, 0, 0).isValid()
+                 || Span(false, 0, 0, 0, 60, 0).isValid() || CTimeSpan::isSpanValid(Span(false, 0, 0, 0, 0, 1000000)));
+    Span between;
+    at(2024, 5, 17, 10).subTimeStamp(at(2024, 5, 18, 12, 30)).getSpan(between);
+    EXPECT_TRUE(between == Span(true, 1, 2, 30, 0, 0));
+    EXPECT_TRUE(at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
-TEST(DateAndTime, SetDateKeepsTheTimeAndCountsOnPastTheMonthsEnd)
+TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheValue)
 {
-    CDateAndTime dt(SDate(2020, 6, 6), STime(10, 20, 30, 40), 0);
-    dt.setDate(SDate(2023, 2, 31));
-    EXPECT_EQ(SDate(2023, 3, 3), dateOf(dt));
-    EXPECT_EQ(STime(10, 20, 30, 40), timeOf(dt));
-    dt.setDate(2024, 2, 30);
-    EXPECT_EQ(SDate(2024, 3, 1), dateOf(dt));
-    // A month that cannot index the tables is pinned to January or December.
-    dt.setDate(2024, 0, 5);
-    EXPECT_EQ(SDate(2024, 1, 5), dateOf(dt));
-    dt.setDate(2024, 200, 5);
-    EXPECT_EQ(SDate(2024, 12, 5), dateOf(dt));
-    // A year before 1969 counts as 65,536 years later.
-    EXPECT_GT(CDateAndTime::getDaysFromDate(SDate(1968, 1, 1)),
-              CDateAndTime::getDaysFromDate(SDate(65535, 12, 31)));
+    osal_kit_test::FaultGuard faults;
+    const sMorvex_PAL_RealTime fixed = {30, 20, 10, 17, 5, 124, 5, 137};
+    Morvex_PAL_setFixedRealTime(&fixed);
+    CDateAndTime dt = UNCHANGED;
+    osal_kit_test::failNext(MORVEX_FAULT_getRealTime, 1);
+    EXPECT_TRUE(!FromSystemTime(dt) && dt.compareTo(UNCHANGED) == 0 && FromSystemTime(dt));
+    Morvex_PAL_setFixedRealTime(nullptr);
+    EXPECT_EQ("2024-05-17 10:20:30.000000", text(dt));
 }
 
-TEST(DateAndTime, SetTimeKeepsTheDay)
+typedef bool (*AddFunction)(CDateAndTime&, int const&, eSetMode const&);
+bool addWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 0); }
+bool addWeeksFromSunday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 6); }
+bool subWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return SubWeeks(dt, n, m, 0); }
+const CDateAndTime ANY(1); // a result that wraps the 16-bit year is not defined
+
+TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
 {
-    CDateAndTime dt(SDate(2024, 5, 17), STime(10, 20, 30, 40), 0);
-    dt.setTime(23, 59, 59, 999999);
-    EXPECT_EQ(SDate(2024, 5, 17), dateOf(dt));
-    EXPECT_EQ(STime(23, 59, 59, 999999), timeOf(dt));
-    // The offset moves the hour, across midnight when the sum is negative.
-    dt.setTime(STime(0, 30, 0, 0), -1);
-    EXPECT_EQ(SDate(2024, 5, 16), dateOf(dt));
-    EXPECT_EQ(STime(23, 30, 0, 0), timeOf(dt));
+    const struct { int line; AddFunction add; int n; eSetMode mode; CDateAndTime from, to; bool ok; } rows[] = {
+        // Month ends clamp and the time of day stays; Start and End snap to the month.
+        {__LINE__, AddMonths, 1, eKeep, at(2024, 1, 31, 10), at(2024, 2, 29, 10), true},
+        {__LINE__, SubMonths, 1, eKeep, at(2023, 3, 31, 10), at(2023, 2, 28, 10), true},
+        {__LINE__, AddMonths, -13, eKeep, at(2023, 1, 15, 10), at(2021, 12, 15, 10), true},
+        {__LINE__, AddMonths, 0, eSetToEnd, at(2023, 5, 17, 10), at(2023, 5, 31, 23, 59, 59), true},
+        {__LINE__, AddMonths, 0, eSetToStart, at(2023, 5, 17, 10), at(2023, 5, 1), true},
+        {__LINE__, AddMonths, 1, eKeep, at(3000, 12, 15, 10), at(3001, 1, 15, 10), false}, // left as computed
+        {__LINE__, SubMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
+        {__LINE__, AddYears, 1, eKeep, at(2024, 2, 29, 10), at(2025, 2, 28, 10), true},
+        {__LINE__, AddYears, 1, eSetToEnd, at(2024, 2, 29, 10), at(2025, 12, 31, 23, 59, 59), true},
+        {__LINE__, AddYears, 1, eSetToStart, at(2024, 2, 29, 10), at(2025, 1, 1), true},
+        {__LINE__, SubYears, 55, eKeep, at(2024, 6, 15, 10), at(1969, 6, 15, 10), true},
+        {__LINE__, AddYears, INT_MAX, eKeep, at(2024, 6, 15, 10), ANY, false},
+        // Days refuse to leave the range, or to start outside it, and restore the value.
+        {__LINE__, SubDays, 1, eSetToStart, at(2024, 3, 1, 10), at(2024, 2, 29), true},
+        {__LINE__, AddDays, 0, eSetToEnd, at(2024, 5, 17, 10), at(2024, 5, 17, 23, 59, 59), true},
+        {__LINE__, AddDays, 376929, eKeep, at(1969, 1, 1, 10), at(3000, 12, 31, 10), true},
+        {__LINE__, AddDays, 1, eKeep, at(3000, 12, 31, 10), at(3000, 12, 31, 10), false},
+        {__LINE__, AddDays, -1, eKeep, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
+        {__LINE__, SubDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
+        {__LINE__, AddDays, -1, eKeep, at(3001, 1, 1, 10), at(3001, 1, 1, 10), false},
+        // Weeks: 2024-05-15 is a Wednesday.
+        {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 13), true},
+        {__LINE__, addWeeksFromSunday, -1, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 5), true},
+        {__LINE__, subWeeksFromMonday, 1, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 12, 23, 59, 59), true},
+        {__LINE__, subWeeksFromMonday, INT_MIN, eKeep, at(2024, 5, 15, 10), at(2024, 5, 15, 10), false},
+    };
+    for (const auto& row : rows) {
+        CDateAndTime dt = row.from;
+        EXPECT_EQ(row.ok, row.add(dt, row.n, row.mode)) << row.line;
+        EXPECT_TRUE(row.to.compareTo(ANY) == 0 || row.to.compareTo(dt) == 0) << row.line << ": " << text(dt);
+    }
 }
 
-TEST(DateAndTime, HourOffsetsShiftTheWholeInstant)
+TEST(CalendarArithmetic, WeekNumbersYearDaysAndWeekStarts)
 {
-    const CDateAndTime late(SDate(2023, 12, 31), STime(23, 30, 0, 0), 0);
-    EXPECT_EQ(STime(1, 30, 0, 0), timeOf(late, 2));
-    SDate date;
-    STime time;
-    late.getDateAndTime(date, time, 2);
-    EXPECT_EQ(SDate(2024, 1, 1), date);
-
-    const CDateAndTime early(SDate(2024, 1, 1), STime(0, 30, 0, 0), -1);
-    early.getDateAndTime(date, time, 0);
-    EXPECT_EQ(SDate(2023, 12, 31), date);
-    EXPECT_EQ(STime(23, 30, 0, 0), time);
-    early.getDateAndTime(date, time, 1);
-    EXPECT_EQ(SDate(2024, 1, 1), date);
-    EXPECT_EQ(STime(0, 30, 0, 0), time);
-
-    EXPECT_EQ(0ull - HOUR / 2, CDateAndTime::getMicrosFromTime(STime(0, 30, 0, 0), -1));
-    // A time of day is not reduced modulo 24 hours.
-    CDateAndTime::getTimeFromMicros(23 * HOUR, time, 2);
-    EXPECT_EQ(STime(25, 0, 0, 0), time);
-    CDateAndTime::getTimeFromMicros(3 * HOUR + 1, time, -2);
-    EXPECT_EQ(STime(1, 0, 0, 1), time);
+    EXPECT_TRUE(GetWeekNumber(at(2000, 12, 31), 13, 1) == 54 && GetWeekNumber(at(2024, 1, 1), 0, 0) == 1);
+    EXPECT_TRUE(GetYearDay(at(2024, 12, 31, 23, 59, 59, 999999)) == 366 && GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1));
+    EXPECT_TRUE(CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
+    EXPECT_FALSE(CompareDates(at(2024, 5, 15, 23, 59, 59, 999999), at(2024, 5, 16)));
+    const unsigned char offsets[] = {2, 1, 0, 6, 5, 4, 3, 2, 1, 0}; // of a Wednesday, for week starts 0..9
+    for (unsigned char start = 0; start < 10; ++start)
+        EXPECT_EQ(offsets[start], GetWeekStartOffset(at(2024, 5, 15, 12), start)) << +start;
 }
 
-TEST(DateAndTime, SpansMoveAndMeasureInstants)
+TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
 {
-    const CDateAndTime earlier(SDate(2024, 5, 17), STime(10, 0, 0, 0), 0);
-    const CDateAndTime later(SDate(2024, 5, 18), STime(12, 30, 0, 0), 0);
-    EXPECT_EQ(-1, earlier.compareTo(later));
-    EXPECT_EQ(1, later.compareTo(earlier));
-    EXPECT_EQ(0, earlier.compareTo(CDateAndTime(earlier.getMicroseconds())));
+    STimeZoneOffset zone(-3, 30);
+    Span span;
+    zone.GetAsTimeSpan().getSpan(span);
+    EXPECT_FALSE(zone.Set(-13, 0) || zone.Set(1, 60) || STimeZoneOffset(15, 0).IsValid() || NONE == NONE);
+    EXPECT_TRUE(zone == STimeZoneOffset(-3, 30) && zone != STimeZoneOffset(3, 30) && NONE != NONE && !NONE.IsUTC());
+    EXPECT_TRUE(span == Span(true, 0, 3, 30, 0, 0) && NONE.GetAsTimeSpan().getMicroseconds() == 0);
+    EXPECT_TRUE(zone.FromString("") && zone.IsUTC()); // an empty zone text is UTC
+    EXPECT_TRUE(zone.FromString("-00:30") && zone.mOffsetMinutes == 30); // the sign travels on the hours
+    for (const char* text : {"+14:01", "-12:30", "+5:30", "05:30", "z", "+05:60", "+05-30", "+05:30Z", "UTC", "+"}) {
+        STimeZoneOffset kept(1, 0);
+        EXPECT_FALSE(kept.FromString(text) || kept.mOffsetMinutes != 60) << text;
+    }
+}
 
-    CTimeSpan::Span span;
-    earlier.subTimeStamp(later).getSpan(span);
-    EXPECT_EQ(CTimeSpan::Span(true, 1, 2, 30, 0, 0), span);
-    later.subTimeStamp(earlier).getSpan(span);
-    EXPECT_EQ(CTimeSpan::Span(false, 1, 2, 30, 0, 0), span);
-
-    CDateAndTime moved = later;
-    moved.addTimeSpan(earlier.subTimeStamp(later));
-    EXPECT_EQ(0, moved.compareTo(earlier));
-    moved.subTimeSpan(earlier.subTimeStamp(later));
-    EXPECT_EQ(0, moved.compareTo(later));
-    moved.setMicroseconds(DAY);
-    moved.subTimeSpan(CTimeSpan(2 * DAY));
-    EXPECT_EQ(0ull - DAY, moved.getMicroseconds());
+// Texts and the instants they stand for; a row with options was written by ToString
+// from its instant and zone. A refused text leaves the value as it was.
+TEST(TextForms, TextsAreReadAndWrittenExactly)
+{
+    const CDateAndTime t = at(2024, 5, 17, 10, 20, 30), frac = at(2024, 5, 17, 10, 20, 30, 250000);
+    const STimeZoneOffset plus2(2, 0), utc(0, 0);
+    const eDateTimeFormat ISO = eFormatISO8601, BLANK = eFormatSpaceSeparated, OTHER = static_cast<eDateTimeFormat>(2);
+    const int READ = -1, FRAC = eWithFraction;
+    struct Row { int line; const char* text; eDateTimeFormat format; int options; CDateAndTime dt; STimeZoneOffset zone; };
+    std::vector<Row> rows = {
+        {__LINE__, "2024-05-17T10:20:30.250000+02:00", ISO, FRAC, frac, plus2},
+        {__LINE__, "2024-05-17", ISO, eDateOnly | FRAC, at(2024, 5, 17), plus2},
+        {__LINE__, "2024-05-17T10:20:30", ISO, eWithoutTimeZone, t, plus2},
+        {__LINE__, "1969-01-01T00:00:00.5Z", ISO, FRAC, CDateAndTime(5), utc},
+        {__LINE__, "2024-05-17T10:20:30-03:30", ISO, 0, t, STimeZoneOffset(-3, 30)},
+        {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, frac, plus2},
+        {__LINE__, "", OTHER, 0, UNCHANGED, plus2},
+        {__LINE__, "20240517T102030", ISO, READ, t, NONE},
+        {__LINE__, "2024-0517T10:2030", ISO, READ, t, NONE},
+        {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
+        {__LINE__, "2024-05-17T10:20:30-1200", ISO, READ, t, STimeZoneOffset(-12, 0)},
+        {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
+        {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
+        {__LINE__, "3000-12-31T23:59:59.999999", ISO, READ, at(3000, 12, 31, 23, 59, 59, 999999), NONE},
+        {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
+        {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
+        {__LINE__, "2024-05-17 10:20:30", OTHER, READ, UNCHANGED, NONE},
+    };
+    for (const char* refused : {"2024-05-17T10:20", "2024-05", "", "2024-05-1", "2024-05-17T10:20:3",
+                                "2024-05-17 10:20:30", "2024-05-17Z", "2024-05-17T24:00:00", "1968-12-31T23:59:59",
+                                "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000",
+                                "2024-05-17T10:20:30.99999999999999999999", "2024-05-17T10:20:30+14:01"})
+        rows.push_back({__LINE__, refused, ISO, READ, UNCHANGED, NONE});
+    for (const char* refused : {"20240517 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
+        rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.line << ": \"" << row.text << "\"");
+        const unsigned int options = static_cast<unsigned int>(row.options);
+        const PAL::CString written = row.options == READ ? row.text : ToString(row.dt, row.format, options, row.zone);
+        CDateAndTime dt = UNCHANGED;
+        STimeZoneOffset zone(5, 0);
+        const bool zoneWritten = row.options == READ || (row.options & (eDateOnly | eWithoutTimeZone)) == 0;
+        const STimeZoneOffset& expected = row.format == ISO && zoneWritten ? row.zone : NONE;
+        EXPECT_STREQ(row.text, written.getBuffer());
+        EXPECT_EQ(row.dt.compareTo(UNCHANGED) != 0, FromString(dt, row.text, row.format, &zone));
+        EXPECT_EQ(text(row.dt), text(dt));
+        EXPECT_TRUE(zone.IsValid() == expected.IsValid() && zone.mOffsetMinutes == expected.mOffsetMinutes);
+    }
 }
 
 } // namespace

@@ -1,12 +1,12 @@
-// Shared pieces of the fuzz targets: a reader that turns the fuzzer's bytes into
-// choices and values, a check that aborts (so libFuzzer and the replay driver both see
-// a failure), and independent models of the string rules the targets compare against.
+// What the fuzz targets share: a reader that turns the fuzzer's bytes into choices, a
+// check that aborts (so libFuzzer and the replay driver both see a failure), and a model
+// of the strings' UTF-8 rules written from the rules, not from the library's table.
 #ifndef OSAL_KIT_FUZZ_SUPPORT_H
 #define OSAL_KIT_FUZZ_SUPPORT_H
 
 #include "core/String.h"
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,152 +26,91 @@ namespace osal_kit_fuzz {
 /// Takes values from the front of the input; once it is used up every value is 0.
 class Input {
 public:
-    Input(const uint8_t* data, size_t size) : mData(data), mSize(size), mPos(0) {}
-
+    Input(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
     bool empty() const { return mPos >= mSize; }
-    size_t remaining() const { return mSize - mPos; }
-
     uint8_t byte() { return empty() ? 0 : mData[mPos++]; }
-
     uint32_t u32()
     {
         uint32_t value = 0;
-        for (int i = 0; i < 4; ++i) {
-            value |= static_cast<uint32_t>(byte()) << (8 * i);
-        }
+        for (int shift = 0; shift < 32; shift += 8)
+            value |= static_cast<uint32_t>(byte()) << shift;
         return value;
     }
-
-    /// Up to `n` bytes.
     std::string bytes(size_t n)
     {
-        const size_t taken = n < remaining() ? n : remaining();
-        std::string out(reinterpret_cast<const char*>(mData + mPos), taken);
-        mPos += taken;
+        const std::string out(reinterpret_cast<const char*>(mData + mPos), std::min(n, mSize - mPos));
+        mPos += out.size();
         return out;
     }
-
-    /// A length byte, then that many bytes.
-    std::string text() { return bytes(byte()); }
-
-    std::string rest() { return bytes(remaining()); }
+    std::string text() { return bytes(byte()); }  // a length byte, then that many bytes
+    std::string rest() { return bytes(mSize - mPos); }
 
 private:
     const uint8_t* mData;
-    size_t mSize;
-    size_t mPos;
+    size_t mSize, mPos = 0;
 };
 
-/// Length of the sequence a lead byte starts (the six-byte scheme), 0 for a byte that
-/// starts none. Written from the rules, not from the library's table.
+/// Length of the sequence a lead byte starts (the six-byte scheme), 0 for none.
 inline unsigned int leadLength(unsigned char b)
 {
-    if (b < 0x80) return 1;
-    if (b < 0xC0) return 0;
-    if (b < 0xE0) return 2;
-    if (b < 0xF0) return 3;
-    if (b < 0xF8) return 4;
-    if (b < 0xFC) return 5;
-    if (b < 0xFE) return 6;
-    return 0;
+    return b < 0x80 ? 1 : b < 0xC0 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 0;
 }
 
-/// Bytes of the longest prefix of whole sequences, as 8-bit intake accepts them: a
-/// known lead byte followed by bytes with the top bit set; `chars` gets their count.
-inline size_t acceptedPrefix(const std::string& bytes, unsigned int& chars)
+/// Bytes of the longest prefix of whole sequences as 8-bit intake takes them (a lead,
+/// then followers with the top bit set); `chars` gets their count. With `strict`, a
+/// follower must be 0x80-0xBF, as the iterator steps.
+inline size_t acceptedPrefix(const std::string& bytes, unsigned int& chars, bool strict = false)
 {
     size_t i = 0;
-    chars = 0;
-    while (i < bytes.size()) {
-        const unsigned int n = leadLength(static_cast<unsigned char>(bytes[i]));
-        if (n == 0 || n > bytes.size() - i) {
+    for (chars = 0; i < bytes.size(); ++chars) {
+        const size_t n = leadLength(static_cast<unsigned char>(bytes[i]));
+        if (n == 0 || n > bytes.size() - i)
             break;
-        }
-        unsigned int k = 1;
-        while (k < n && (static_cast<unsigned char>(bytes[i + k]) & 0x80) != 0) {
+        size_t k = 1;
+        while (k < n && (static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) == 0x80)
             ++k;
-        }
-        if (k < n) {
+        if (k < n)
             break;
-        }
         i += n;
-        ++chars;
     }
     return i;
-}
-
-/// True when every follower byte is 0x80-0xBF, so iterators (which skip exactly
-/// those) walk the same characters the counts are made of.
-inline bool strictlyFormed(const std::string& bytes)
-{
-    for (size_t i = 0; i < bytes.size();) {
-        const unsigned int n = leadLength(static_cast<unsigned char>(bytes[i]));
-        if (n == 0 || n > bytes.size() - i) {
-            return false;
-        }
-        for (unsigned int k = 1; k < n; ++k) {
-            if ((static_cast<unsigned char>(bytes[i + k]) & 0xC0) != 0x80) {
-                return false;
-            }
-        }
-        i += n;
-    }
-    return true;
 }
 
 /// UTF-8 of one code point in the six-byte scheme; empty for 0x80000000 and above.
 inline std::string encode(uint32_t cp)
 {
-    std::string out;
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-        return out;
-    }
-    int n = cp < 0x800 ? 2 : cp < 0x10000 ? 3 : cp < 0x200000 ? 4 : cp < 0x4000000 ? 5 : cp < 0x80000000u ? 6 : 0;
-    if (n == 0) {
-        return out;
-    }
-    static const unsigned char leads[7] = {0, 0, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
-    out.resize(static_cast<size_t>(n));
-    for (int i = n - 1; i > 0; --i) {
+    const int n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : cp < 0x200000 ? 4 : cp < 0x4000000 ? 5
+                : cp < 0x80000000u ? 6 : 0;
+    std::string out(static_cast<size_t>(n), '\0');
+    for (int i = n - 1; i > 0; --i, cp >>= 6)
         out[static_cast<size_t>(i)] = static_cast<char>(0x80 | (cp & 0x3F));
-        cp >>= 6;
-    }
-    out[0] = static_cast<char>(leads[n] | cp);
+    if (n != 0)
+        out[0] = static_cast<char>((n == 1 ? 0 : 0xFF00 >> n) | cp);  // low byte: 0xC0, 0xE0, ... 0xFC
     return out;
 }
 
 inline std::string encode(const std::u32string& cps)
 {
     std::string out;
-    for (char32_t cp : cps) {
+    for (char32_t cp : cps)
         out += encode(static_cast<uint32_t>(cp));
-    }
     return out;
 }
 
-inline std::string bytesOf(const PAL::CString& s)
-{
-    return std::string(s.getBuffer(), s.getSize());
-}
+inline std::string bytesOf(const PAL::CString& s) { return std::string(s.getBuffer(), s.getSize()); }
 
-/// What every string must be: terminated, made of whole sequences and counted right.
+/// What every string must be: terminated, made of whole sequences and counted right;
+/// where the iterator steps as the counts do, it walks the same characters.
 inline void checkString(const PAL::CString& s)
 {
-    FUZZ_CHECK(s.getBuffer() != nullptr);
-    FUZZ_CHECK(s.getBuffer()[s.getSize()] == 0);
     const std::string bytes = bytesOf(s);
     unsigned int chars = 0;
-    FUZZ_CHECK(acceptedPrefix(bytes, chars) == bytes.size());
-    FUZZ_CHECK(chars == s.getLength());
-    FUZZ_CHECK(s.isEmpty() == (s.getLength() == 0));
-    if (strictlyFormed(bytes) && bytes.find('\0') == std::string::npos) {
-        FUZZ_CHECK(static_cast<unsigned int>(s.end() - s.begin()) == s.getLength());
-        unsigned int steps = 0;
-        for (PAL::CString::const_iterator it = s.begin(); it != s.end() && steps <= s.getLength(); ++it) {
-            ++steps;
-        }
-        FUZZ_CHECK(steps == s.getLength());
+    FUZZ_CHECK(s.getBuffer()[s.getSize()] == 0);
+    FUZZ_CHECK(acceptedPrefix(bytes, chars) == bytes.size() && chars == s.getLength());
+    FUZZ_CHECK(s.isEmpty() == (chars == 0));
+    if (acceptedPrefix(bytes, chars, true) == bytes.size() && bytes.find('\0') == std::string::npos) {
+        FUZZ_CHECK(s.end() - s.begin() == static_cast<int>(chars));
+        FUZZ_CHECK(s.begin() + static_cast<int>(chars) == s.end());
     }
 }
 

@@ -1,11 +1,10 @@
-// CString built from outside text: 8-bit text (counted and NUL-terminated), UCS-2,
-// UCS-4 and wide ranges, appends, formatting and case mapping. The first byte picks the way in.
+// CString built from outside text: counted and NUL-terminated 8-bit text, UCS-2, UCS-4
+// and wide ranges, appends, formatting and case mapping. The first byte picks the way in.
 
 #include "FuzzSupport.h"
 
 #include "core/StringUtilities.h"
 
-#include <algorithm>
 #include <vector>
 
 using osal_kit_fuzz::Input;
@@ -13,45 +12,38 @@ using PAL::CString;
 
 namespace {
 
-// What the result must hold whatever the way in: sound in itself, and the same string
-// again when its own bytes are taken in.
-void checkIntake(const CString& s, const std::string& expected)
-{
-    osal_kit_fuzz::checkString(s);
-    FUZZ_CHECK(osal_kit_fuzz::bytesOf(s) == expected);
-    const CString again(s.getBuffer(), s.getSize());
-    FUZZ_CHECK(osal_kit_fuzz::bytesOf(again) == expected);
-    FUZZ_CHECK(again.getLength() == s.getLength());
-}
-
-std::string acceptedOf(const std::string& bytes)
+std::string accepted(const std::string& bytes)
 {
     unsigned int chars = 0;
     return bytes.substr(0, osal_kit_fuzz::acceptedPrefix(bytes, chars));
 }
 
-// The model of the UCS-4 and wide builders: each value encoded, up to the first one
-// that has no encoding.
-std::string encodedUntilStop(const std::vector<unsigned int>& values)
+// Sound, holding `expected`, and the same string again when its own bytes are taken in.
+void check(const CString& s, const std::string& expected)
 {
-    std::string out;
-    for (unsigned int cp : values) {
-        const std::string one = osal_kit_fuzz::encode(cp);
-        if (one.empty()) {
-            break;
-        }
-        out += one;
-    }
+    osal_kit_fuzz::checkString(s);
+    FUZZ_CHECK(osal_kit_fuzz::bytesOf(s) == expected);
+    FUZZ_CHECK(osal_kit_fuzz::bytesOf(CString(s.getBuffer(), s.getSize())) == expected);
+}
+
+// The little-endian units of `width` bytes in `bytes`, and the model of the builders:
+// each value encoded, up to the first that has no encoding (or, with `atZero`, is 0).
+std::vector<unsigned int> units(const std::string& bytes, size_t width)
+{
+    std::vector<unsigned int> out(bytes.size() / width);
+    for (size_t i = 0; i < out.size() * width; ++i)
+        out[i / width] |= static_cast<unsigned int>(static_cast<unsigned char>(bytes[i])) << (8 * (i % width));
     return out;
 }
 
-std::vector<unsigned int> words(const std::string& bytes)
+std::string encoded(const std::vector<unsigned int>& values, bool atZero = false)
 {
-    std::vector<unsigned int> out;
-    for (size_t i = 0; i + 4 <= bytes.size(); i += 4) {
-        out.push_back(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8 |
-                      static_cast<unsigned char>(bytes[i + 2]) << 16 |
-                      static_cast<unsigned int>(static_cast<unsigned char>(bytes[i + 3])) << 24);
+    std::string out;
+    for (size_t i = 0; i < values.size() && !(atZero && values[i] == 0); ++i) {
+        const std::string one = osal_kit_fuzz::encode(values[i]);
+        if (one.empty())
+            break;
+        out += one;
     }
     return out;
 }
@@ -61,103 +53,58 @@ std::vector<unsigned int> words(const std::string& bytes)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Input in(data, size);
-    const uint8_t mode = in.byte();
-    // A string with content of its own first, so every way in also replaces a block.
-    CString target("old");
+    const uint8_t mode = in.byte() % 8;
+    const std::string first = mode == 5 ? in.text() : std::string(), bytes = in.rest();
+    const std::string upToNul = bytes.substr(0, bytes.find('\0'));
+    const unsigned int n = static_cast<unsigned int>(bytes.size());
+    CString target("old");  // content of its own first, so every way in also replaces a block
     const CString copy(target);
-    switch (mode % 8) {
-    case 0: { // counted 8-bit text: the longest valid prefix, NUL bytes included
-        const std::string bytes = in.rest();
-        target = CString(bytes.data(), static_cast<unsigned int>(bytes.size()));
-        checkIntake(target, acceptedOf(bytes));
-        break;
-    }
-    case 1: { // NUL-terminated text, by construction and by assignment
-        const std::string bytes = in.rest();
-        const std::string upToNul = bytes.substr(0, bytes.find('\0'));
+    if (mode == 0) {  // counted 8-bit text: the longest valid prefix, NUL bytes included
+        target = CString(bytes.data(), n);
+        check(target, accepted(bytes));
+    } else if (mode == 1) {  // NUL-terminated text, by assignment and by construction
         target = bytes.c_str();
-        checkIntake(target, acceptedOf(upToNul));
-        checkIntake(CString(bytes.c_str()), acceptedOf(upToNul));
-        break;
-    }
-    case 2: { // UCS-2: every unit on its own, surrogates included
-        const std::string bytes = in.rest();
-        std::vector<unsigned short> units;
-        std::string expected;
-        for (size_t i = 0; i + 2 <= bytes.size(); i += 2) {
-            const unsigned short unit = static_cast<unsigned short>(
-                static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
-            units.push_back(unit);
-            expected += osal_kit_fuzz::encode(unit);
-        }
-        target.fromUCS2Sequence(units.data(), static_cast<unsigned int>(units.size()));
-        checkIntake(target, expected);
-        FUZZ_CHECK(target.getLength() == units.size());
-        break;
-    }
-    case 3: { // UCS-4
-        const std::vector<unsigned int> values = words(in.rest());
+        check(target, accepted(upToNul));
+        check(CString(bytes.c_str()), accepted(upToNul));
+    } else if (mode == 2) {  // UCS-2: every unit on its own, surrogates included
+        const std::vector<unsigned int> values = units(bytes, 2);
+        const std::vector<unsigned short> narrow(values.begin(), values.end());
+        target.fromUCS2Sequence(narrow.data(), static_cast<unsigned int>(narrow.size()));
+        check(target, encoded(values));
+        FUZZ_CHECK(target.getLength() == values.size());
+    } else if (mode == 3) {  // UCS-4
+        const std::vector<unsigned int> values = units(bytes, 4);
         target.fromUCS4Sequence(values.data(), static_cast<unsigned int>(values.size()));
-        checkIntake(target, encodedUntilStop(values));
-        break;
-    }
-    case 4: { // wide range and zero-terminated wide text
-        std::vector<unsigned int> values = words(in.rest());
-        const std::string expected = encodedUntilStop(values);
+        check(target, encoded(values));
+    } else if (mode == 4) {  // a wide range, and zero-terminated wide text
+        std::vector<unsigned int> values = units(bytes, 4);
         target = CString(values.data(), values.data() + values.size());
-        checkIntake(target, expected);
+        check(target, encoded(values));
         values.push_back(0);
-        std::vector<unsigned int> upToZero(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(
-                                                                         std::find(values.begin(), values.end(), 0u) -
-                                                                         values.begin()));
-        checkIntake(CString(values.data()), encodedUntilStop(upToZero));
-        break;
-    }
-    case 5: { // appends of outside text onto a string that has content
-        const std::string first = in.text();
-        const std::string second = in.rest();
-        std::string expected = "old";
-        const std::string firstUpToNul = first.substr(0, first.find('\0'));
-        target.append(firstUpToNul.c_str());
-        expected += acceptedOf(firstUpToNul);
-        checkIntake(target, expected);
-        // The counted append trusts its bytes, so it gets only bytes intake accepted.
-        const std::string trusted = acceptedOf(second.substr(0, second.find('\0')));
+        check(CString(values.data()), encoded(values, true));
+    } else if (mode == 5) {  // appends onto a string that has content; the counted one trusts its bytes
+        const std::string head = accepted(first.substr(0, first.find('\0'))), trusted = accepted(upToNul);
+        target.append(first.c_str());
+        check(target, "old" + head);
         target.append(trusted.data(), static_cast<unsigned int>(trusted.size()));
-        expected += trusted;
-        checkIntake(target, expected);
+        check(target, "old" + head + trusted);
         target += target;
-        checkIntake(target, expected + expected);
-        break;
-    }
-    case 6: { // formatting outside text: at most 256 bytes, then the valid prefix
-        const std::string bytes = in.rest();
-        const std::string upToNul = bytes.substr(0, bytes.find('\0'));
-        const bool whole = target.format("%s", upToNul.c_str());
-        FUZZ_CHECK(whole == (upToNul.size() <= 256));
-        checkIntake(target, acceptedOf(upToNul.substr(0, 256)));
+        check(target, "old" + head + trusted + "old" + head + trusted);
+    } else if (mode == 6) {  // formatting: at most 256 bytes, then the valid prefix
+        FUZZ_CHECK(target.format("%s", upToNul.c_str()) == (upToNul.size() <= 256));
+        check(target, accepted(upToNul.substr(0, 256)));
         char small[17];
-        CString viaBuffer;
-        const bool fitted = viaBuffer.strprintf(small, sizeof(small), "%s", upToNul.c_str());
-        FUZZ_CHECK(fitted == (upToNul.size() <= 16));
-        checkIntake(viaBuffer, acceptedOf(upToNul.substr(0, 16)));
-        break;
-    }
-    case 7: { // case mapping of outside text keeps it sound and leaves copies alone
-        const std::string bytes = in.rest();
-        target = CString(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        FUZZ_CHECK(target.strprintf(small, sizeof small, "%s", upToNul.c_str()) == (upToNul.size() <= 16));
+        check(target, accepted(upToNul.substr(0, 16)));
+    } else {  // case mapping keeps the text sound and leaves copies alone
+        target = CString(bytes.data(), n);
         const CString before(target);
-        const std::string original = osal_kit_fuzz::bytesOf(target);
         PAL::StringUtilities::toLower(target);
         osal_kit_fuzz::checkString(target);
         PAL::StringUtilities::toUpper(target);
         osal_kit_fuzz::checkString(target);
-        FUZZ_CHECK(osal_kit_fuzz::bytesOf(before) == original);
-        target = "old";
-        break;
+        FUZZ_CHECK(osal_kit_fuzz::bytesOf(before) == accepted(bytes));
     }
-    }
-    // Building the new content never touches a copy of the old.
-    FUZZ_CHECK(osal_kit_fuzz::bytesOf(copy) == "old");
+    FUZZ_CHECK(osal_kit_fuzz::bytesOf(copy) == "old");  // building new content never touches a copy
     return 0;
 }

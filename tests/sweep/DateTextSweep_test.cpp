@@ -1,6 +1,6 @@
-// Date, time and zone texts with each allocation failing in turn: a text that cannot
-// be built is empty, never a wrong one; a text that cannot be read is refused and
-// leaves the value (and a zone not yet read) as it was.
+// Date, time and zone texts with each allocation, then each scan, failing in turn: a
+// text that cannot be built is empty, never a wrong one; a text that cannot be read is
+// refused and leaves the value as it was.
 
 #include "core/DateAndTimeUtilities.h"
 
@@ -8,75 +8,42 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 namespace {
 
-using osal_kit_test::AllocationScenario;
-using osal_kit_test::failAllocationAfter;
-using PAL::CDateAndTime;
-using PAL::CString;
-using PAL::DateAndTimeUtilities::STimeZoneOffset;
 using namespace PAL::DateAndTimeUtilities;
 
-const CDateAndTime WHEN(CDateAndTime::SDate(2024, 5, 17), CDateAndTime::STime(10, 20, 30, 250000), 0);
-const CDateAndTime UNCHANGED(12345);
-
-// Writes `dt` in `format`: the complete text or nothing.
-AllocationScenario written(int line, const char* name, eDateTimeFormat format, unsigned int options,
-                           const char* expected)
+// Writes two texts and reads one with a fault armed by `arm(skip)`; a "+02:00" that
+// could not be held must not read as UTC. Returns whether the text was read.
+bool writeAndReadArmed(void (*arm)(unsigned int), unsigned int skip)
 {
-    return {line, name, [format, options, expected](unsigned int skip) {
-                const STimeZoneOffset zone(2, 0);
-                failAllocationAfter(skip);
-                const CString text = ToString(WHEN, format, options, zone);
-                Morvex_Fault_DisarmAll();
-                EXPECT_TRUE(text.isEmpty() || std::string(text.getBuffer()) == expected) << text.getBuffer();
-            }};
+    const char* const text = "2024-05-17T10:20:30.250000+02:00";
+    const PAL::CString input(text);
+    const PAL::CDateAndTime when(PAL::CDateAndTime::SDate(2024, 5, 17), PAL::CDateAndTime::STime(10, 20, 30, 250000), 0);
+    const STimeZoneOffset plus2(2, 0), minus(-3, 30);
+    PAL::CDateAndTime dt(12345);
+    STimeZoneOffset zone;
+    arm(skip);
+    const PAL::CString written = ToString(when, eFormatISO8601, eWithFraction, plus2), zoneText = minus.ToString();
+    const bool accepted = FromString(dt, input, eFormatISO8601, &zone);
+    Morvex_Fault_DisarmAll();
+    EXPECT_TRUE((written.isEmpty() || written == text) && (zoneText.isEmpty() || zoneText == "-03:30"));
+    EXPECT_TRUE(dt.getMicroseconds() == (accepted ? when.getMicroseconds() : 12345u) && (!accepted || zone == plus2));
+    return accepted;
 }
 
-// Reads `text`: the right value and zone, or a refusal that leaves the value alone.
-// A "+02:00" that cannot be held must not read as the empty zone, UTC.
-AllocationScenario read(int line, const char* name, const char* text, eDateTimeFormat format,
-                        unsigned long long expected, bool zoned)
+void failScanAfter(unsigned int skip)
 {
-    return {line, name, [text, format, expected, zoned](unsigned int skip) {
-                const CString input(text);
-                CDateAndTime dt = UNCHANGED;
-                STimeZoneOffset zone;
-                failAllocationAfter(skip);
-                const bool accepted = FromString(dt, input, format, &zone);
-                Morvex_Fault_DisarmAll();
-                if (accepted) {
-                    EXPECT_EQ(expected, dt.getMicroseconds());
-                    EXPECT_TRUE(zone == STimeZoneOffset(2, 0) || !zoned);
-                } else {
-                    EXPECT_EQ(UNCHANGED.getMicroseconds(), dt.getMicroseconds());
-                }
-            }};
+    Morvex_Fault_ArmEx(MORVEX_FAULT_sscanf, -1, skip, 1, 1);
 }
 
-TEST(DateTextSweep, TextsAreCompleteOrRefused)
+TEST(DateTextSweep, TextsAreCompleteOrRefusedWhateverFails)
 {
-    const unsigned long long atTen = WHEN.getMicroseconds() - 250000;  // the written time; the zone comes apart
-    const std::vector<AllocationScenario> scenarios{
-        written(__LINE__, "ISO 8601 with fraction", eFormatISO8601, eWithFraction,
-                "2024-05-17T10:20:30.250000+02:00"),
-        written(__LINE__, "space separated", eFormatSpaceSeparated, 0, "2024-05-17 10:20:30"),
-        read(__LINE__, "ISO 8601 with zone", "2024-05-17T10:20:30+02:00", eFormatISO8601, atTen, true),
-        {__LINE__, "zone offset text", [](unsigned int skip) {
-             const STimeZoneOffset zone(-3, 30);
-             STimeZoneOffset back;
-             failAllocationAfter(skip);
-             const CString text = zone.ToString();
-             const bool accepted = back.FromString(text);
-             Morvex_Fault_DisarmAll();
-             EXPECT_TRUE(text.isEmpty() || std::string(text.getBuffer()) == "-03:30") << text.getBuffer();
-             EXPECT_TRUE(accepted ? back == zone || text.isEmpty() : !back.IsValid());
-         }},
-    };
-    osal_kit_test::sweepAllocations(scenarios);
+    osal_kit_test::sweepAllocations(osal_kit_test::AllocationScenario{
+        __LINE__, "texts", [](unsigned int skip) { writeAndReadArmed(osal_kit_test::failAllocationAfter, skip); }});
+    osal_kit_test::FaultGuard faults;
+    for (unsigned int skip = 0; skip < 8; ++skip) // one scan per field of the text
+        EXPECT_FALSE(writeAndReadArmed(failScanAfter, skip)) << skip;
+    EXPECT_TRUE(writeAndReadArmed(failScanAfter, 8));
 }
 
 } // namespace
