@@ -15,7 +15,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,7 +33,7 @@ std::string text(const PAL::CString& s)
 
 // What happened to one task. Its Run waits for the gate while `hold`, then calls `inRun`.
 struct Probe {
-    bool hold = false, openOnAbort = false;
+    bool hold = false;
     std::function<void(Probe&)> inRun;
     osal_kit_test::WaitableCounter gate, runs, aborts, deletions;
     std::atomic<unsigned int> idInRun{0};
@@ -57,24 +56,9 @@ public:
         if (p.inRun)
             p.inRun(p);
     }
-    void Abort() override
-    {
-        p.aborts.increment();
-        if (p.openOnAbort)
-            p.gate.increment();
-    }
+    void Abort() override { p.aborts.increment(); }
     Probe& p;
 };
-
-// A task the pool refuses (task id 0) is still the caller's, and is deleted here.
-std::string offer(IThreadPool& pool, Probe& probe, const char* name, unsigned int queueId, unsigned int& taskId)
-{
-    ProbeTask* task = new ProbeTask(probe);
-    const std::string result = text(pool.AddTask(name, task, queueId, taskId));
-    if (taskId == 0)
-        delete task;
-    return result;
-}
 
 std::string status(IThreadPool& pool)
 {
@@ -130,6 +114,7 @@ void expectRefusals(IThreadPool& pool, const std::string& what)
             << "row of line " << operation.line;
 }
 
+// Pool P, and probes for its tasks, each of which must end deleted exactly once.
 class ThreadPoolTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_NE(nullptr, pool); }
@@ -147,12 +132,19 @@ protected:
         probes.back().hold = hold;
         return probes.back();
     }
-    // Adds a task the pool must accept; returns its id.
+    // Offers a task; one refused (task id 0) is still ours, and is deleted here.
+    std::string offer(Probe& probe, const char* name, unsigned int queueId, unsigned int& taskId)
+    {
+        ProbeTask* task = new ProbeTask(probe);
+        const std::string result = text(pool->AddTask(name, task, queueId, taskId));
+        if (taskId == 0)
+            delete task;
+        return result;
+    }
     unsigned int add(Probe& task, const char* name = "t", unsigned int queueId = 0)
     {
         unsigned int taskId = 0;
-        EXPECT_EQ("", offer(*pool, task, name, queueId, taskId));
-        EXPECT_NE(0u, taskId);
+        EXPECT_EQ("", offer(task, name, queueId, taskId));
         return taskId;
     }
     // Adds a held task and waits for its Run to begin.
@@ -227,13 +219,15 @@ TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriori
     };
     for (const auto& row : rows) {
         EXPECT_EQ(row.expected, text(pool->Start(row.minimum, row.maximum, row.priority))) << "row of line " << row.line;
-        EXPECT_EQ(*row.expected == '\0', status(*pool).find("started:true, shutdown:false]: tasks-list size:0, "
-                                                            "initialized-threads:1 ") != std::string::npos);
+        EXPECT_THAT(status(*pool), HasSubstr(*row.expected ? "started:false, shutdown:false]: tasks-list size:0, "
+                                                             "initialized-threads:0 "
+                                                           : "started:true, shutdown:false]: tasks-list size:0, "
+                                                             "initialized-threads:1 "))
+            << "row of line " << row.line;
         pool->Stop(IThreadPool::eFinishRunningTasks);
     }
     ASSERT_EQ("", text(pool->Start(1, 3, -2)));
-    const Probe* at[3] = {&addRunning(), &addRunning(), &addRunning()}; // positions 1 and 2 are made for them
-    for (const Probe* task : at) {
+    for (const Probe* task : {&addRunning(), &addRunning(), &addRunning()}) { // two on threads made for them
         eMorvex_PAL_ThreadPrio palPriority = THREAD_PRIO_NORMAL;
         EXPECT_EQ(THREAD_OK, Morvex_PAL_ThreadGetPriority(task->thread, &palPriority));
         EXPECT_EQ(THREAD_PRIO_LOWER, palPriority);
@@ -261,13 +255,13 @@ TEST_F(ThreadPoolTest, AddTaskRefusalsLeaveTheTaskWithTheCaller)
     };
     for (const auto& row : rows) {
         unsigned int taskId = 77;
-        EXPECT_EQ(row.expected, offer(*pool, probe(), row.name, row.queueId, taskId)) << "row of line " << row.line;
+        EXPECT_EQ(row.expected, offer(probe(), row.name, row.queueId, taskId)) << "row of line " << row.line;
         EXPECT_EQ(0u, taskId);
     }
     unsigned int taskId = 77;
     EXPECT_EQ("CThreadPool::addTask: Error: pPoolTask==0 [pool:P]", text(pool->AddTask("t", nullptr, 0, taskId)));
     EXPECT_EQ(0u, taskId);
-    add(probe(), "t", 4);
+    EXPECT_NE(0u, add(probe(), "t", 4));
 }
 
 TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTaskAtATime)
@@ -323,6 +317,7 @@ TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesKeepTheirOrderNeverOverlapAndRunOnce)
             --active[queueId];
         };
         added[queueId].push_back(add(task, "t", queueId));
+        EXPECT_EQ(added[0][0] + i, added[queueId].back()); // ids are issued one after another
     }
     for (Probe& task : probes) {
         ASSERT_TRUE(task.deletions.waitFor(1));
@@ -338,35 +333,33 @@ TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesKeepTheirOrderNeverOverlapAndRunOnce)
 TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
 {
     ASSERT_EQ("", text(pool->Start(3, 3, 0)));
-    Probe *running[3], *waiting[3];
-    std::string r[3], w[3]; // as they are described, then listed by an abort
+    Probe* tasks[6];
+    std::string d[6]; // described
     unsigned int id[6];
     for (int i = 0; i < 6; ++i) {
-        const bool runs = i < 3;
         const char* name = i == 1 ? "y" : (i == 4 ? "z" : "x");
         const unsigned int queueId = i == 1 || i == 3 || i == 4 ? 1 : 0;
-        Probe& task = runs ? addRunning(name, queueId) : probe();
-        id[i] = runs ? task.idInRun.load() : add(task, name, queueId);
-        (runs ? running : waiting)[i % 3] = &task;
-        (runs ? r : w)[i % 3] = name + (":" + std::to_string(id[i])) + ":" + std::to_string(queueId);
+        tasks[i] = i < 3 ? &addRunning(name, queueId) : &probe();
+        id[i] = i < 3 ? tasks[i]->idInRun.load() : add(*tasks[i], name, queueId);
+        d[i] = name + (":" + std::to_string(id[i])) + ":" + std::to_string(queueId) + (i < 3 ? "r" : "w");
     }
+    IThreadPool& p = *pool;
     auto aborting = [](const std::function<PAL::CString(AbortedList&)>& call) {
         return filled<IThreadPool::AbortedTaskInfo>(call);
     };
-    IThreadPool& p = *pool;
     EXPECT_EQ("|", aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(id[5] + 1000, l); }));
-    EXPECT_EQ("|" + r[1] + "r", aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(id[1], l); }));
-    EXPECT_EQ("|" + w[0] + "w", aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(id[3], l); }));
-    EXPECT_EQ("|" + r[0] + "r " + r[2] + "r " + w[2] + "w " + w[0] + "w",
+    EXPECT_EQ("|" + d[1], aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(id[1], l); }));
+    EXPECT_EQ("|" + d[3], aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(id[3], l); }));
+    EXPECT_EQ("|" + d[0] + " " + d[2] + " " + d[5] + " " + d[3],
               aborting([&](AbortedList& l) { return p.AbortTaskByName("x", l); }));
     EXPECT_EQ("|", aborting([&](AbortedList& l) { return p.AbortTaskByName("nobody", l); }));
-    EXPECT_EQ("|" + r[1] + "r", aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(1, true, l); }));
-    EXPECT_EQ("|" + r[1] + "r " + w[1] + "w " + w[0] + "w",
+    EXPECT_EQ("|" + d[1], aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(1, true, l); }));
+    EXPECT_EQ("|" + d[1] + " " + d[4] + " " + d[3],
               aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(1, false, l); }));
-    EXPECT_EQ("|" + r[0] + "r " + r[2] + "r " + w[2] + "w",
+    EXPECT_EQ("|" + d[0] + " " + d[2] + " " + d[5],
               aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(0, false, l); }));
     EXPECT_EQ("|", aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(3, false, l); }));
-    EXPECT_EQ("|" + r[0] + "r " + r[1] + "r " + r[2] + "r " + w[0] + "w " + w[1] + "w " + w[2] + "w",
+    EXPECT_EQ("|" + d[0] + " " + d[1] + " " + d[2] + " " + d[3] + " " + d[4] + " " + d[5],
               aborting([&](AbortedList& l) { return p.AbortAllTasks(l); }));
     EXPECT_EQ("CThreadPool::abortTaskByTaskId: Error: taskId==0 is invalid [pool:P]|:0:0w",
               aborting([&](AbortedList& l) { return p.AbortTaskByTaskId(0, l); }));
@@ -375,9 +368,11 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
     EXPECT_EQ("CThreadPool::abortTaskByQueueId: Error: illegal queueId: 4 [pool:P]|:0:0w",
               aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(4, false, l); }));
 
-    EXPECT_EQ("|" + r[1] + "w", aborting([&](AbortedList& l) { return p.GetRunningTaskInfoByTaskId(id[1], *l.get(0)); }));
+    // A running task by its id; a refusal resets the record through its virtual Reset.
+    EXPECT_EQ("|y:" + std::to_string(id[1]) + ":1w",
+              aborting([&](AbortedList& l) { return p.GetRunningTaskInfoByTaskId(id[1], *l.get(0)); }));
     EXPECT_EQ("CThreadPool::getRunningTaskInfoByTaskId: Error: no running task for requested taskId=" +
-                  std::to_string(id[3]) + " [pool:P]|:0:0w", // the record reset, through its virtual Reset
+                  std::to_string(id[3]) + " [pool:P]|:0:0w",
               aborting([&](AbortedList& l) {
                   l.get(0)->mWasRunning = true;
                   return p.GetRunningTaskInfoByTaskId(id[3], *l.get(0));
@@ -387,22 +382,21 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
     auto querying = [&](unsigned int queueId) {
         return filled<IThreadPool::TaskInfo>([&](InfoList& l) { return p.GetRunningTaskInfoByQueueId(queueId, l); });
     };
-    EXPECT_EQ("|" + r[0] + " " + r[2], querying(0));
-    EXPECT_EQ("|" + r[1], querying(1));
+    EXPECT_EQ("|x:" + std::to_string(id[0]) + ":0 x:" + std::to_string(id[2]) + ":0", querying(0));
+    EXPECT_EQ("|y:" + std::to_string(id[1]) + ":1", querying(1));
     EXPECT_EQ("CThreadPool::getRunningTaskInfoByQueueId: Error: no running task for requested queueId=3 [pool:P]|",
               querying(3));
     EXPECT_EQ("CThreadPool::getRunningTaskInfoByQueueId: Error: illegal queueId: 4 [pool:P]|", querying(4));
 
     // Nothing leaves its place: all count as before until they end by themselves.
     EXPECT_THAT(status(p), HasSubstr("tasks-list size:3, initialized-threads:3 (idle:0, busy:3)"));
-    for (Probe* task : running)
-        task->gate.increment();
-    const int abortsOf[] = {3, 4, 3};
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(waiting[i]->deletions.waitFor(1));
-        EXPECT_EQ(abortsOf[i], running[i]->aborts.value()) << "running task " << i;
-        EXPECT_EQ("01", std::to_string(running[i]->abortedInRun + waiting[i]->aborts.value()) +
-                            std::to_string(waiting[i]->abortedInRun));
+    for (Probe& each : probes)
+        each.gate.increment();
+    const int abortsOf[] = {3, 4, 3, 0, 0, 0};
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_TRUE(tasks[i]->deletions.waitFor(1));
+        EXPECT_EQ(abortsOf[i], tasks[i]->aborts.value()) << "task " << i;
+        EXPECT_EQ(i >= 3, tasks[i]->abortedInRun.load()) << "task " << i;
     }
 }
 
@@ -429,59 +423,23 @@ TEST_F(ThreadPoolTest, StopDeletesWaitingTasksUnrunRefusesAllButStatusMeanwhileA
     EXPECT_EQ(0, running.aborts.value() + waiting.runs.value());
     EXPECT_THAT(status(*pool), HasSubstr("started:false, shutdown:false]: tasks-list size:0, initialized-threads:0 "
                                          "(idle:0, busy:0), uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]"));
-    ASSERT_EQ("", text(pool->Start(3, 5, 1)));
-    EXPECT_THAT(status(*pool), HasSubstr("minThr:3, maxThr:5, started:true, shutdown:false]: tasks-list size:0, "
-                                         "initialized-threads:3 (idle:3, busy:0), uninitialized-threads:2, "));
-    add(probe(), "t", 5);
-}
 
-TEST_F(ThreadPoolTest, DestructionAbortsRunningTasksOnceDeletesWaitingOnesAndLeavesNothing)
-{
-    const PAL::CString name("doomed");
-    Probe* tasks[] = {&probe(true), &probe(true), &probe()};
+    // Started again, then destroyed: the running task is aborted once, the waiting one
+    // deleted unrun, and nothing of the pool is left.
+    ASSERT_EQ("", text(pool->Start(1, 5, 1)));
+    Probe& aborted = addRunning("t", 5);
+    Probe& unrun = probe();
     osal_kit_test::AllocationBalance balance;
-    {
-        std::unique_ptr<IThreadPool> doomed(PAL::CThreadPoolFactory::Create(name));
-        ASSERT_EQ("", text(doomed->Start(2, 2, 0)));
-        unsigned int taskId = 0;
-        for (Probe* task : tasks) {
-            task->openOnAbort = true; // only an abort ends a running one
-            EXPECT_EQ("", offer(*doomed, *task, "t", 0, taskId));
-            ASSERT_TRUE(!task->hold || task->runs.waitFor(1));
-        }
-    }
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(i < 2 ? "1 1 1" : "0 0 1", std::to_string(probes[i].runs.value()) + " " + std::to_string(probes[i].aborts.value()) + " " + std::to_string(probes[i].deletions.value()));
-    EXPECT_EQ(0, balance.liveBlocksDelta());
-}
-
-TEST_F(ThreadPoolTest, CallsFromThreadsThePoolDidNotMakeAreRefused)
-{
-    PAL::CThreadPool& own = static_cast<PAL::CThreadPool&>(*pool);
-    EXPECT_EQ("P", text(own.GetPoolName()));
-    EXPECT_EQ(0, PAL::CThreadPool::poolThread(nullptr));
-    int somewhere = 0;
-    sMorvex_PAL_Sema* semaphore = nullptr;
-    PAL::IPoolTask* task = nullptr;
-    auto calls = [&](const void* thread) {
-        const sMorvex_PAL_Thread* t = static_cast<const sMorvex_PAL_Thread*>(thread);
-        return text(own.GetRunTaskSemaphoreHandle(t, semaphore)) + "|" + text(own.GetPoolTask(t, task)) + "|" +
-               text(own.TaskCompleted(t));
-    };
-    EXPECT_EQ("CThreadPool::getRunTaskSemaphoreHandle: Error: pool is not started [pool:P]|CThreadPool::getPoolTask: "
-              "Error: pool is not started [pool:P]|CThreadPool::taskCompleted: Error: pool is not started [pool:P]",
-              calls(&somewhere));
-    ASSERT_EQ("", text(own.Start(1, 1, 0)));
-    EXPECT_EQ("CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pPalThread==0 [pool:P]|CThreadPool::getPoolTask: "
-              "Unexpected: pPalThread==0 [pool:P]|CThreadPool::taskCompleted: Unexpected: pPalThread==0 [pool:P]",
-              calls(nullptr));
-    const std::string notFound = "CThreadPool::getThreadElementByPalThreadHandle: palThread not found in "
-                                 "mThreadsPtrVector [pool:P]";
-    EXPECT_EQ(notFound + "|" + notFound + "|" + notFound, calls(&somewhere));
-    own.ThreadExited(static_cast<const sMorvex_PAL_Thread*>(static_cast<const void*>(&somewhere)));
-    EXPECT_EQ(nullptr, semaphore);
-    EXPECT_EQ(nullptr, task);
-    EXPECT_THAT(status(own), HasSubstr("exited-threads:0,"));
+    add(unrun, "t", 5);
+    std::thread opener([&] {
+        EXPECT_TRUE(aborted.aborts.waitFor(1));
+        aborted.gate.increment();
+    });
+    pool.reset();
+    opener.join();
+    EXPECT_EQ(1, aborted.aborts.value());
+    EXPECT_EQ(0, unrun.runs.value());
+    EXPECT_GE(0, balance.liveBlocksDelta());
 }
 
 TEST_F(ThreadPoolTest, TaskWhoseThreadCouldNotBeWokenWaitsInItsPlace)
@@ -492,7 +450,7 @@ TEST_F(ThreadPoolTest, TaskWhoseThreadCouldNotBeWokenWaitsInItsPlace)
     Morvex_Fault_ArmEx(MORVEX_FAULT_SemaSignal, SEMA_ERROR_INTERNAL, 0, 1, 1);
     EXPECT_EQ("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [7]. CThreadElement pos:0. Name of "
               "assiging task: first. [pool:P]",
-              offer(*pool, first, "first", 1, taskId));
+              offer(first, "first", 1, taskId));
     EXPECT_NE(0u, taskId); // queued all the same, and the pool's now
     EXPECT_THAT(status(*pool), HasSubstr("tasks-list size:1, initialized-threads:1 (idle:1, busy:0), "
                                          "uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]"));
@@ -522,36 +480,23 @@ TEST_F(ThreadPoolTest, ThreadWhoseLoopEndsIsCountedAsExitedAndGetsNoMoreTasks)
                                          "exited-threads:1"));
 }
 
-// Alone in its own process (as CTest runs it), the pools below are the first of the
-// process and race for the first task ids.
-TEST(ThreadPoolTaskIds, PoolsRacingForTheirFirstTasksGetConsecutiveDistinctIds)
+TEST(ThreadPoolThreadCalls, CallsFromThreadsThePoolDidNotMakeAreRefused)
 {
-    const bool firstPools = Morvex_Fault_Calls(MORVEX_FAULT_MutexInit) == 0;
-    const int pools = 4, tasksPerPool = 10;
-    osal_kit_test::WaitableCounter go;
-    std::mutex idsMutex;
-    std::set<unsigned int> issued;
-    std::deque<Probe> probes(pools * tasksPerPool);
-    std::vector<std::thread> threads;
-    for (int p = 0; p < pools; ++p)
-        threads.emplace_back([&, p] {
-            go.waitFor(1);
-            std::unique_ptr<IThreadPool> racer(PAL::CThreadPoolFactory::Create("racer"));
-            EXPECT_EQ("", text(racer->Start(1, 2, 0)));
-            for (int t = 0; t < tasksPerPool; ++t) {
-                Probe& probe = probes[static_cast<std::size_t>(p * tasksPerPool + t)];
-                unsigned int taskId = 0;
-                EXPECT_EQ("", offer(*racer, probe, "t", 0, taskId));
-                EXPECT_TRUE(probe.deletions.waitFor(1));
-                EXPECT_EQ(taskId, probe.idInRun.load());
-                std::lock_guard<std::mutex> lock(idsMutex);
-                issued.insert(taskId);
-            }
-        });
-    go.increment();
-    for (std::thread& thread : threads)
-        thread.join();
-    ASSERT_EQ(static_cast<std::size_t>(pools * tasksPerPool), issued.size());
-    EXPECT_EQ(*issued.begin() + pools * tasksPerPool - 1, *issued.rbegin());
-    EXPECT_TRUE(!firstPools || *issued.begin() == 1u);
+    PAL::CThreadPool pool("P");
+    EXPECT_EQ("P", text(pool.GetPoolName()));
+    EXPECT_EQ(0, PAL::CThreadPool::poolThread(nullptr));
+    const sMorvex_PAL_Thread* stranger = reinterpret_cast<const sMorvex_PAL_Thread*>(&pool);
+    sMorvex_PAL_Sema* semaphore = nullptr;
+    PAL::IPoolTask* task = nullptr;
+    EXPECT_EQ("CThreadPool::getPoolTask: Error: pool is not started [pool:P]", text(pool.GetPoolTask(stranger, task)));
+    ASSERT_EQ("", text(pool.Start(1, 1, 0)));
+    EXPECT_EQ("CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pPalThread==0 [pool:P]",
+              text(pool.GetRunTaskSemaphoreHandle(nullptr, semaphore)));
+    EXPECT_EQ("CThreadPool::taskCompleted: Unexpected: pPalThread==0 [pool:P]", text(pool.TaskCompleted(nullptr)));
+    EXPECT_EQ("CThreadPool::getThreadElementByPalThreadHandle: palThread not found in mThreadsPtrVector [pool:P]",
+              text(pool.GetRunTaskSemaphoreHandle(stranger, semaphore)));
+    pool.ThreadExited(stranger);
+    EXPECT_EQ(nullptr, semaphore);
+    EXPECT_EQ(nullptr, task);
+    EXPECT_THAT(status(pool), HasSubstr("exited-threads:0,"));
 }
