@@ -117,7 +117,6 @@ void expectRefusals(IThreadPool& pool, const std::string& what)
 // Pool P, and probes for its tasks, each of which must end deleted exactly once.
 class ThreadPoolTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_NE(nullptr, pool); }
     void TearDown() override
     {
         for (Probe& each : probes)
@@ -132,19 +131,14 @@ protected:
         probes.back().hold = hold;
         return probes.back();
     }
-    // Offers a task; one refused (task id 0) is still ours, and is deleted here.
-    std::string offer(Probe& probe, const char* name, unsigned int queueId, unsigned int& taskId)
+    // Adds a task and returns its id; one refused (id 0) is still ours, and is deleted here.
+    unsigned int add(Probe& probe, const char* name = "t", unsigned int queueId = 0, const std::string& expected = "")
     {
         ProbeTask* task = new ProbeTask(probe);
-        const std::string result = text(pool->AddTask(name, task, queueId, taskId));
+        unsigned int taskId = 0;
+        EXPECT_EQ(expected, text(pool->AddTask(name, task, queueId, taskId)));
         if (taskId == 0)
             delete task;
-        return result;
-    }
-    unsigned int add(Probe& task, const char* name = "t", unsigned int queueId = 0)
-    {
-        unsigned int taskId = 0;
-        EXPECT_EQ("", offer(task, name, queueId, taskId));
         return taskId;
     }
     // Adds a held task and waits for its Run to begin.
@@ -238,30 +232,6 @@ TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriori
               started);
     EXPECT_EQ("CThreadPool::start: pool already started [pool:P]", text(pool->Start(1, 5, 1)));
     EXPECT_EQ(started, status(*pool));
-}
-
-TEST_F(ThreadPoolTest, AddTaskRefusalsLeaveTheTaskWithTheCaller)
-{
-    ASSERT_EQ("", text(pool->Start(1, 4, 0)));
-    const struct {
-        int line;
-        const char* name;
-        unsigned int queueId;
-        const char* expected;
-    } rows[] = {
-        {__LINE__, "", 5, "CThreadPool::addTask: Error: illegal queueId: 5 [pool:P]"},
-        {__LINE__, "t", 0xFFFFFFFFu, "CThreadPool::addTask: Error: illegal queueId: -1 [pool:P]"},
-        {__LINE__, "", 0, "CThreadPool::addTask: Error: taskName is empty [pool:P]"},
-    };
-    for (const auto& row : rows) {
-        unsigned int taskId = 77;
-        EXPECT_EQ(row.expected, offer(probe(), row.name, row.queueId, taskId)) << "row of line " << row.line;
-        EXPECT_EQ(0u, taskId);
-    }
-    unsigned int taskId = 77;
-    EXPECT_EQ("CThreadPool::addTask: Error: pPoolTask==0 [pool:P]", text(pool->AddTask("t", nullptr, 0, taskId)));
-    EXPECT_EQ(0u, taskId);
-    EXPECT_NE(0u, add(probe(), "t", 4));
 }
 
 TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTaskAtATime)
@@ -367,6 +337,15 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
               aborting([&](AbortedList& l) { return p.AbortTaskByName("", l); }));
     EXPECT_EQ("CThreadPool::abortTaskByQueueId: Error: illegal queueId: 4 [pool:P]|:0:0w",
               aborting([&](AbortedList& l) { return p.AbortTaskByQueueId(4, false, l); }));
+    auto adding = [&](const char* name, unsigned int queueId) {
+        unsigned int taskId = 77;
+        const std::string result = text(p.AddTask(name, nullptr, queueId, taskId));
+        return result + "|" + std::to_string(taskId);
+    };
+    EXPECT_EQ("CThreadPool::addTask: Error: illegal queueId: 4 [pool:P]|0", adding("", 4));
+    EXPECT_EQ("CThreadPool::addTask: Error: illegal queueId: -1 [pool:P]|0", adding("t", 0xFFFFFFFFu));
+    EXPECT_EQ("CThreadPool::addTask: Error: taskName is empty [pool:P]|0", adding("", 0));
+    EXPECT_EQ("CThreadPool::addTask: Error: pPoolTask==0 [pool:P]|0", adding("t", 0));
 
     // A running task by its id; a refusal resets the record through its virtual Reset.
     EXPECT_EQ("|y:" + std::to_string(id[1]) + ":1w",
@@ -446,12 +425,10 @@ TEST_F(ThreadPoolTest, TaskWhoseThreadCouldNotBeWokenWaitsInItsPlace)
 {
     ASSERT_EQ("", text(pool->Start(1, 1, 0)));
     Probe& first = probe();
-    unsigned int taskId = 0;
     Morvex_Fault_ArmEx(MORVEX_FAULT_SemaSignal, SEMA_ERROR_INTERNAL, 0, 1, 1);
-    EXPECT_EQ("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [7]. CThreadElement pos:0. Name of "
-              "assiging task: first. [pool:P]",
-              offer(first, "first", 1, taskId));
-    EXPECT_NE(0u, taskId); // queued all the same, and the pool's now
+    EXPECT_NE(0u, add(first, "first", 1, // queued all the same, and the pool's now
+                      "CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [7]. CThreadElement pos:0. "
+                      "Name of assiging task: first. [pool:P]"));
     EXPECT_THAT(status(*pool), HasSubstr("tasks-list size:1, initialized-threads:1 (idle:1, busy:0), "
                                          "uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]"));
     Probe& second = probe();
@@ -478,25 +455,4 @@ TEST_F(ThreadPoolTest, ThreadWhoseLoopEndsIsCountedAsExitedAndGetsNoMoreTasks)
     EXPECT_NE(last.thread.load(), next.thread.load());
     EXPECT_THAT(status(*pool), HasSubstr("initialized-threads:2 (idle:2, busy:0), uninitialized-threads:0, "
                                          "exited-threads:1"));
-}
-
-TEST(ThreadPoolThreadCalls, CallsFromThreadsThePoolDidNotMakeAreRefused)
-{
-    PAL::CThreadPool pool("P");
-    EXPECT_EQ("P", text(pool.GetPoolName()));
-    EXPECT_EQ(0, PAL::CThreadPool::poolThread(nullptr));
-    const sMorvex_PAL_Thread* stranger = reinterpret_cast<const sMorvex_PAL_Thread*>(&pool);
-    sMorvex_PAL_Sema* semaphore = nullptr;
-    PAL::IPoolTask* task = nullptr;
-    EXPECT_EQ("CThreadPool::getPoolTask: Error: pool is not started [pool:P]", text(pool.GetPoolTask(stranger, task)));
-    ASSERT_EQ("", text(pool.Start(1, 1, 0)));
-    EXPECT_EQ("CThreadPool::getRunTaskSemaphoreHandle: Unexpected: pPalThread==0 [pool:P]",
-              text(pool.GetRunTaskSemaphoreHandle(nullptr, semaphore)));
-    EXPECT_EQ("CThreadPool::taskCompleted: Unexpected: pPalThread==0 [pool:P]", text(pool.TaskCompleted(nullptr)));
-    EXPECT_EQ("CThreadPool::getThreadElementByPalThreadHandle: palThread not found in mThreadsPtrVector [pool:P]",
-              text(pool.GetRunTaskSemaphoreHandle(stranger, semaphore)));
-    pool.ThreadExited(stranger);
-    EXPECT_EQ(nullptr, semaphore);
-    EXPECT_EQ(nullptr, task);
-    EXPECT_THAT(status(pool), HasSubstr("exited-threads:0,"));
 }

@@ -1,6 +1,5 @@
 // The pool's dispatch pass against a plain walk of every waiting task, oldest first, on
-// random scenarios: adds, completions, threads whose loop ends, failed thread creations
-// and wake-ups, and restarts.
+// random scenarios of adds, completions and failed thread creations and wake-ups.
 
 #include "extensions/private/WaitingTasks.h"
 
@@ -20,19 +19,17 @@ struct Task : PAL::CWaitingLinks {
 };
 typedef PAL::TWaitingTasks<Task> WaitingTasks;
 
-// A pool's threads as a pass sees them (per position the task id, 0 when idle, -1 when
-// its loop has ended) and its busy queue ids, failing the planned thread creation or
-// wake-up of a pass (counted from 0).
+// A pool's threads as a pass sees them (the task id each runs, 0 when idle) and its busy
+// queue ids, failing the planned thread creation or wake-up of a pass (counted down).
 struct Threads {
-    std::vector<int> slots;
+    std::vector<unsigned int> slots, busy;
     unsigned int maximum = 0;
-    std::vector<unsigned int> busy;
-    int addFailsAt = -1, wakeFailsAt = -1, adds = 0, wakes = 0;
+    int addFailsIn = -1, wakeFailsIn = -1;
     WaitingTasks* list = nullptr; // on the fast side: told of every queue id set free
 
     int firstIdleThread()
     {
-        const auto idle = std::find(slots.begin(), slots.end(), 0);
+        const auto idle = std::find(slots.begin(), slots.end(), 0u);
         return idle == slots.end() ? -1 : static_cast<int>(idle - slots.begin());
     }
     PAL::CString uninitializedThreads(unsigned int& count)
@@ -42,7 +39,7 @@ struct Threads {
     }
     PAL::CString addThread(unsigned int& position)
     {
-        if (adds++ == addFailsAt)
+        if (addFailsIn-- == 0)
             return "no thread";
         position = static_cast<unsigned int>(slots.size());
         slots.push_back(0);
@@ -50,16 +47,14 @@ struct Threads {
     }
     PAL::CString attach(int position, Task* task, bool& needsWakeUp)
     {
-        slots.at(static_cast<std::size_t>(position)) = static_cast<int>(task->id);
+        slots.at(static_cast<std::size_t>(position)) = task->id;
         needsWakeUp = true;
         return PAL::CString();
     }
     PAL::CString wake(int position, Task* task)
     {
-        PAL::CString text;
-        if (wakes++ == wakeFailsAt)
-            (void)text.format("no wake-up for %u at %d", task->id, position);
-        return text;
+        const std::string failure = "no wake-up for " + std::to_string(task->id) + " at " + std::to_string(position);
+        return wakeFailsIn-- == 0 ? PAL::CString(failure.c_str()) : PAL::CString();
     }
     void takeBack(int position, Task* task)
     {
@@ -82,7 +77,7 @@ struct Threads {
     }
 };
 
-// The pass as written out plainly: every waiting task, oldest first, skipping busy queue
+// The pass written out plainly: every waiting task, oldest first, skipping busy queue
 // ids; a thread is woken as it is given its task; those handed out leave after the walk.
 PAL::CString plainPass(std::vector<Task*>& waiting, Threads& threads)
 {
@@ -93,17 +88,13 @@ PAL::CString plainPass(std::vector<Task*>& waiting, Threads& threads)
         if (task->mQueueId != 0 && !threads.isFree(task->mQueueId))
             continue;
         int position = threads.firstIdleThread();
-        if (position < 0) {
-            unsigned int uninitialized = 0, created = 0;
-            result = threads.uninitializedThreads(uninitialized);
-            if (result.isEmpty() && uninitialized == 0)
-                continue;
-            if (result.isEmpty())
-                result = threads.addThread(created);
+        unsigned int uninitialized = 0, created = 0;
+        if (position < 0 && threads.uninitializedThreads(uninitialized).isEmpty() && uninitialized == 0)
+            continue;
+        if (position < 0 && (result = threads.addThread(created)).isEmpty())
             position = static_cast<int>(created);
-        }
         if (result.isEmpty() && (result = threads.wake(position, task)).isEmpty()) {
-            threads.slots[static_cast<std::size_t>(position)] = static_cast<int>(task->id);
+            threads.slots[static_cast<std::size_t>(position)] = task->id;
             handedOut.push_back(i);
             if (task->mQueueId != 0)
                 threads.queueBecameBusy(task->mQueueId);
@@ -114,108 +105,67 @@ PAL::CString plainPass(std::vector<Task*>& waiting, Threads& threads)
     return result;
 }
 
-// One side's state: the pass's result, the threads' tasks, the waiting tasks oldest first
-// and the busy queue ids in the order they became busy.
-std::string state(const PAL::CString& result, const Threads& threads, const std::vector<unsigned int>& waiting)
-{
-    std::string out = std::string(result.getBuffer()) + " | threads";
-    for (int slot : threads.slots)
-        out += " " + std::to_string(slot);
-    out += " | waiting";
-    for (unsigned int id : waiting)
-        out += " " + std::to_string(id);
-    out += " | busy";
-    for (unsigned int queueId : threads.busy)
-        out += " " + std::to_string(queueId);
-    return out;
-}
-
 } // namespace
 
 TEST(WaitingTasks, DispatchDecidesAsThePlainWalkOnRandomScenarios)
 {
-    for (unsigned int seed = 20261123u; seed < 20261123u + 2000u; ++seed) {
+    for (unsigned int seed = 1; seed <= 2000; ++seed) {
         std::mt19937 random(seed);
-        auto pick = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
+        auto pick = [&](unsigned int high) { return std::uniform_int_distribution<unsigned int>(0, high)(random); };
+        Threads plainThreads;
+        plainThreads.maximum = 1 + pick(5);
+        plainThreads.slots.resize(1 + pick(plainThreads.maximum - 1));
+        const unsigned int queues = pick(plainThreads.maximum);
+        WaitingTasks fast;
+        ASSERT_FALSE(fast.reserveQueue(0xFFFFFFFFu)); // no room for so many queue ids
+        Threads fastThreads = plainThreads;
+        fastThreads.list = &fast;
         std::vector<std::unique_ptr<Task>> tasks; // task id n is tasks[n - 1]
-        std::unique_ptr<WaitingTasks> fast;
         std::vector<Task*> plainWaiting;
-        Threads fastThreads, plainThreads;
-        unsigned int queues = 0;
         for (int step = 0; step < 150; ++step) {
-            const int kind = step == 0 ? 99 : pick(0, 99);
-            if (kind >= 96) { // a stopped pool started again
-                fast.reset(new WaitingTasks);
-                plainWaiting.clear();
-                plainThreads = Threads();
-                plainThreads.maximum = static_cast<unsigned int>(pick(1, 6));
-                plainThreads.slots.resize(static_cast<std::size_t>(pick(1, static_cast<int>(plainThreads.maximum))));
-                queues = static_cast<unsigned int>(pick(0, static_cast<int>(plainThreads.maximum)));
-                fastThreads = plainThreads;
-                fastThreads.list = fast.get();
-                continue;
-            }
-            if (kind >= 92) { // the loop of the first idle thread ends
-                const int position = plainThreads.firstIdleThread();
-                if (position >= 0)
-                    fastThreads.slots[static_cast<std::size_t>(position)] =
-                        plainThreads.slots[static_cast<std::size_t>(position)] = -1;
-                continue;
-            }
-            if (kind < 50) {
-                const unsigned int queueId = static_cast<unsigned int>(pick(0, static_cast<int>(queues)));
-                tasks.emplace_back(new Task(static_cast<unsigned int>(tasks.size() + 1), queueId));
-                ASSERT_TRUE(fast->reserveQueue(queueId));
-                fast->append(tasks.back().get());
+            if (pick(1) == 0) {
+                tasks.emplace_back(new Task(static_cast<unsigned int>(tasks.size() + 1), pick(queues)));
+                ASSERT_TRUE(fast.reserveQueue(tasks.back()->mQueueId));
+                fast.append(tasks.back().get());
                 plainWaiting.push_back(tasks.back().get());
-            } else { // a running task completes
-                std::vector<std::size_t> busy;
-                for (std::size_t i = 0; i < plainThreads.slots.size(); ++i)
-                    if (plainThreads.slots[i] > 0)
-                        busy.push_back(i);
-                if (busy.empty())
+            } else { // the task at a random position, if any, completes
+                const std::size_t position = pick(static_cast<unsigned int>(plainThreads.slots.size()) - 1);
+                const unsigned int id = plainThreads.slots[position];
+                if (id == 0)
                     continue;
-                const std::size_t position = busy[static_cast<std::size_t>(pick(0, static_cast<int>(busy.size()) - 1))];
-                const unsigned int queueId = tasks[static_cast<std::size_t>(plainThreads.slots[position]) - 1]->mQueueId;
                 for (Threads* threads : {&fastThreads, &plainThreads}) {
                     threads->slots[position] = 0;
-                    threads->setFree(queueId);
+                    threads->setFree(tasks[id - 1]->mQueueId);
                 }
             }
-            const int failure = pick(0, 29);
+            const unsigned int failure = pick(19);
             for (Threads* threads : {&fastThreads, &plainThreads}) {
-                threads->adds = threads->wakes = 0;
-                threads->addFailsAt = failure < 3 ? failure : -1;
-                threads->wakeFailsAt = failure >= 3 && failure < 6 ? failure - 3 : -1;
+                threads->addFailsIn = failure < 3 ? static_cast<int>(failure) : -1;
+                threads->wakeFailsIn = failure >= 3 && failure < 6 ? static_cast<int>(failure) - 3 : -1;
             }
             // The wake-up a pass leaves due is sent as the pool sends it, once its lock is free.
             WaitingTasks::SWakeUp wakeUp;
-            PAL::CString fastResult = fast->dispatch(fastThreads, wakeUp);
+            PAL::CString fastResult = fast.dispatch(fastThreads, wakeUp);
             if (fastResult.isEmpty())
-                fastResult = fast->wake(fastThreads, wakeUp);
+                fastResult = fast.wake(fastThreads, wakeUp);
             const PAL::CString plainResult = plainPass(plainWaiting, plainThreads);
 
+            const std::string where = "seed " + std::to_string(seed) + ", step " + std::to_string(step);
             std::vector<unsigned int> plainIds, oldestFirst, newestFirst;
             for (Task* task : plainWaiting)
                 plainIds.push_back(task->id);
-            for (Task* task = fast->oldest(); task != nullptr; task = WaitingTasks::newer(task))
+            for (Task* task = fast.oldest(); task != nullptr; task = WaitingTasks::newer(task))
                 oldestFirst.push_back(task->id);
-            for (Task* task = fast->newest(); task != nullptr; task = WaitingTasks::older(task))
+            for (Task* task = fast.newest(); task != nullptr; task = WaitingTasks::older(task))
                 newestFirst.insert(newestFirst.begin(), task->id);
-            ASSERT_EQ(state(plainResult, plainThreads, plainIds), state(fastResult, fastThreads, oldestFirst))
-                << "seed " << seed << ", step " << step;
-            ASSERT_EQ(oldestFirst, newestFirst) << "seed " << seed << ", step " << step;
-            ASSERT_EQ(static_cast<int>(oldestFirst.size()), fast->size());
+            ASSERT_EQ(std::string(plainResult.getBuffer()), fastResult.getBuffer()) << where;
+            ASSERT_EQ(plainThreads.slots, fastThreads.slots) << where;
+            ASSERT_EQ(plainThreads.busy, fastThreads.busy) << where;
+            ASSERT_EQ(plainIds, oldestFirst) << where;
+            ASSERT_EQ(plainIds, newestFirst) << where;
+            ASSERT_EQ(static_cast<int>(plainIds.size()), fast.size()) << where;
             for (unsigned int q = 1; q <= queues; ++q)
-                ASSERT_NE(fast->isQueueBusy(q), fastThreads.isFree(q)) << "queue " << q << ", seed " << seed;
+                ASSERT_NE(fast.isQueueBusy(q), fastThreads.isFree(q)) << "queue " << q << ", " << where;
         }
     }
-}
-
-TEST(WaitingTasks, QueueIdsWithoutRoomAreRefused)
-{
-    WaitingTasks waiting;
-    EXPECT_FALSE(waiting.reserveQueue(0xFFFFFFFFu));
-    EXPECT_TRUE(waiting.reserveQueue(100));
-    EXPECT_TRUE(waiting.reserveQueue(3));
 }
