@@ -215,7 +215,8 @@ TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriori
         EXPECT_EQ(row.expected, text(pool->Start(row.minimum, row.maximum, row.priority))) << "row of line " << row.line;
         EXPECT_THAT(status(*pool), HasSubstr(*row.expected ? "started:false, shutdown:false]: tasks-list size:0, "
                                                              "initialized-threads:0 " : "initialized-threads:1 "));
-        pool->Stop(IThreadPool::eFinishRunningTasks);
+        EXPECT_EQ(*row.expected ? "CThreadPool::stop: Error: pool is not started [pool:P]" : "",
+                  text(pool->Stop(IThreadPool::eAbortRunningTasks)));
     }
     ASSERT_EQ("", text(pool->Start(1, 3, -2)));
     for (const Probe* task : {&addRunning(), &addRunning(), &addRunning()}) { // two on threads made for them
