@@ -1,423 +1,171 @@
-// The waiting tasks and their dispatch pass, against the plain pass that walks every
-// waiting task oldest first, on random scenarios: adds, completions, threads whose
-// loop ends, thread creation and wake-up failures, stops, and the orders aborts see.
+// The pool's dispatch pass against a plain walk of every waiting task, oldest first, on
+// random scenarios of adds, completions and failed thread creations and wake-ups.
 
 #include "extensions/private/WaitingTasks.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 struct Task : PAL::CWaitingLinks {
-    Task(unsigned int taskId, unsigned int queue) : id(taskId), mQueueId(queue) {}
-    unsigned int id;
-    unsigned int mQueueId;
+    Task(unsigned int taskId, unsigned int queueId) : id(taskId), mQueueId(queueId) {}
+    unsigned int id, mQueueId;
 };
-
-// The same task in the plain walk's list.
-struct PlainTask {
-    unsigned int id;
-    unsigned int mQueueId;
-};
-
 typedef PAL::TWaitingTasks<Task> WaitingTasks;
 
-// The pool's threads and busy queue ids as a pass sees them, with failures planned
-// for the n-th thread creation or wake-up of the coming pass. The plain walk wakes a
-// thread as it attaches the task; the fast pass attaches first and wakes later.
+// A pool's threads as a pass sees them (the task id each runs, 0 when idle) and its busy
+// queue ids, failing the planned thread creation or wake-up of a pass (counted down).
 struct Threads {
-    struct Slot {
-        unsigned int task = 0; // 0: idle
-        bool exited = false;
-    };
-    std::vector<Slot> slots;
+    std::vector<unsigned int> slots, busy;
     unsigned int maximum = 0;
-    std::vector<unsigned int> busyQueueIds; // in the order they became busy
-    int addFailsAt = -1, attachFailsAt = -1;
-    int adds = 0, attaches = 0;
-    WaitingTasks* list = nullptr; // the fast side's, whose queue ids a take-back frees
+    int addFailsIn = -1, wakeFailsIn = -1;
+    WaitingTasks* list = nullptr; // on the fast side: told of every queue id set free
 
-    void newPass(int addFailure, int attachFailure)
-    {
-        addFailsAt = addFailure;
-        attachFailsAt = attachFailure;
-        adds = attaches = 0;
-    }
     int firstIdleThread()
     {
-        for (std::size_t i = 0; i < slots.size(); ++i) {
-            if (slots[i].task == 0 && !slots[i].exited) {
-                return static_cast<int>(i);
-            }
-        }
-        return -1;
+        const auto idle = std::find(slots.begin(), slots.end(), 0u);
+        return idle == slots.end() ? -1 : static_cast<int>(idle - slots.begin());
     }
     PAL::CString uninitializedThreads(unsigned int& count)
     {
-        if (slots.size() > maximum) {
-            return "too many threads";
-        }
         count = maximum - static_cast<unsigned int>(slots.size());
         return PAL::CString();
     }
     PAL::CString addThread(unsigned int& position)
     {
-        if (adds++ == addFailsAt) {
+        if (addFailsIn-- == 0)
             return "no thread";
-        }
         position = static_cast<unsigned int>(slots.size());
-        slots.push_back(Slot());
+        slots.push_back(0);
         return PAL::CString();
-    }
-    PAL::CString attach(int position, PlainTask* task)
-    {
-        PAL::CString result = wake(position, task);
-        if (result.isEmpty()) {
-            slots[static_cast<std::size_t>(position)].task = task->id;
-        }
-        return result;
     }
     PAL::CString attach(int position, Task* task, bool& needsWakeUp)
     {
+        slots.at(static_cast<std::size_t>(position)) = task->id;
         needsWakeUp = true;
-        if (position < 0 || static_cast<std::size_t>(position) >= slots.size()) {
-            return "bad position";
-        }
-        slots[static_cast<std::size_t>(position)].task = task->id;
         return PAL::CString();
     }
-    template <class AnyTask>
-    PAL::CString wake(int position, AnyTask* task)
+    PAL::CString wake(int position, Task* task)
     {
-        if (position < 0 || static_cast<std::size_t>(position) >= slots.size()) {
-            return "bad position";
-        }
-        if (attaches++ == attachFailsAt) {
-            PAL::CString text;
-            (void)text.format("no wake-up for %u at %d", task->id, position);
-            return text;
-        }
-        return PAL::CString();
+        const std::string failure = "no wake-up for " + std::to_string(task->id) + " at " + std::to_string(position);
+        return wakeFailsIn-- == 0 ? PAL::CString(failure.c_str()) : PAL::CString();
     }
     void takeBack(int position, Task* task)
     {
-        slots[static_cast<std::size_t>(position)].task = 0;
-        if (task->mQueueId != 0) {
-            queueBecameFree(task->mQueueId);
-            list->setQueueFree(task->mQueueId);
-        }
+        slots.at(static_cast<std::size_t>(position)) = 0;
+        setFree(task->mQueueId);
     }
-    bool isQueueIdAvailable(unsigned int queueId) const
-    {
-        return std::find(busyQueueIds.begin(), busyQueueIds.end(), queueId) == busyQueueIds.end();
-    }
+    bool isFree(unsigned int queueId) const { return std::find(busy.begin(), busy.end(), queueId) == busy.end(); }
     void queueBecameBusy(unsigned int queueId)
     {
-        if (isQueueIdAvailable(queueId)) {
-            busyQueueIds.push_back(queueId);
-        }
+        if (isFree(queueId))
+            busy.push_back(queueId);
     }
-    void queueBecameFree(unsigned int queueId)
+    void setFree(unsigned int queueId)
     {
-        auto found = std::find(busyQueueIds.rbegin(), busyQueueIds.rend(), queueId);
-        if (found != busyQueueIds.rend()) {
-            busyQueueIds.erase(std::next(found).base());
-        }
+        const auto found = std::find(busy.rbegin(), busy.rend(), queueId);
+        if (found != busy.rend())
+            busy.erase(std::next(found).base());
+        if (list != nullptr)
+            list->setQueueFree(queueId);
     }
 };
 
-// The pass written plainly: every waiting task, oldest first, skipping busy queue ids;
-// the tasks handed out leave the list after the walk.
-PAL::CString plainPass(std::vector<PlainTask>& waiting, Threads& threads)
+// The pass written out plainly: every waiting task, oldest first, skipping busy queue
+// ids; a thread is woken as it is given its task; those handed out leave after the walk.
+PAL::CString plainPass(std::vector<Task*>& waiting, Threads& threads)
 {
     PAL::CString result;
     std::vector<std::size_t> handedOut;
     for (std::size_t i = 0; i < waiting.size() && result.isEmpty(); ++i) {
-        PlainTask& task = waiting[i];
-        if (task.mQueueId != 0 && !threads.isQueueIdAvailable(task.mQueueId)) {
+        Task* task = waiting[i];
+        if (task->mQueueId != 0 && !threads.isFree(task->mQueueId))
             continue;
-        }
         int position = threads.firstIdleThread();
-        if (position < 0) {
-            unsigned int uninitialized = 0;
-            result = threads.uninitializedThreads(uninitialized);
-            if (!result.isEmpty()) {
-                break;
-            }
-            if (uninitialized == 0) {
-                continue;
-            }
-            unsigned int newPosition = 0;
-            result = threads.addThread(newPosition);
-            if (!result.isEmpty()) {
-                break;
-            }
-            position = static_cast<int>(newPosition);
-        }
-        result = threads.attach(position, &task);
-        if (!result.isEmpty()) {
-            break;
-        }
-        handedOut.push_back(i);
-        if (task.mQueueId != 0) {
-            threads.queueBecameBusy(task.mQueueId);
+        unsigned int uninitialized = 0, created = 0;
+        if (position < 0 && threads.uninitializedThreads(uninitialized).isEmpty() && uninitialized == 0)
+            continue;
+        if (position < 0 && (result = threads.addThread(created)).isEmpty())
+            position = static_cast<int>(created);
+        if (result.isEmpty() && (result = threads.wake(position, task)).isEmpty()) {
+            threads.slots[static_cast<std::size_t>(position)] = task->id;
+            handedOut.push_back(i);
+            if (task->mQueueId != 0)
+                threads.queueBecameBusy(task->mQueueId);
         }
     }
-    for (std::size_t j = 0; j < handedOut.size(); ++j) {
+    for (std::size_t j = 0; j < handedOut.size(); ++j)
         waiting.erase(waiting.begin() + static_cast<std::ptrdiff_t>(handedOut[j] - j));
-    }
     return result;
 }
-
-std::string ids(const std::vector<unsigned int>& values)
-{
-    std::ostringstream out;
-    for (unsigned int value : values) {
-        out << value << ' ';
-    }
-    return out.str();
-}
-
-// One pool's worth of both passes, driven step by step.
-class Scenario {
-public:
-    explicit Scenario(std::uint32_t seed) : mRandom(seed) { restart(); }
-
-    // One random step; returns what differs, or "" when both sides agree.
-    std::string step()
-    {
-        const int kind = pick(0, 99);
-        int addFailure = -1, attachFailure = -1;
-        if (pick(0, 9) == 0) {
-            (pick(0, 1) == 0 ? addFailure : attachFailure) = pick(0, 2);
-        }
-        if (kind < 50) {
-            add(static_cast<unsigned int>(pick(0, static_cast<int>(mQueues))), addFailure, attachFailure);
-        } else if (kind < 88) {
-            complete(addFailure, attachFailure);
-        } else if (kind < 92) {
-            endIdleThreadLoop();
-        } else if (kind < 94) {
-            restart();
-        } else {
-            return compareAbortOrders();
-        }
-        return compare();
-    }
-
-private:
-    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(mRandom); }
-
-    void restart()
-    {
-        mFast.reset(new WaitingTasks); // as a stopped pool's: nothing waits, no queue id is busy
-        mOwned.clear();
-        mPlain.clear();
-        const unsigned int maximum = static_cast<unsigned int>(pick(1, 6));
-        mQueues = static_cast<unsigned int>(pick(0, static_cast<int>(maximum)));
-        for (Threads* threads : {&mFastThreads, &mPlainThreads}) {
-            *threads = Threads();
-            threads->maximum = maximum;
-            threads->slots.resize(static_cast<std::size_t>(pick(1, static_cast<int>(maximum))));
-        }
-        mPlainThreads.slots = mFastThreads.slots;
-        mFastThreads.list = mFast.get();
-    }
-
-    void add(unsigned int queueId, int addFailure, int attachFailure)
-    {
-        const unsigned int id = ++mNextId;
-        if (!mFast->reserveQueue(queueId)) {
-            mDifference = "no room for a queue";
-            return;
-        }
-        mOwned.emplace_back(new Task(id, queueId));
-        mFast->append(mOwned.back().get());
-        mPlain.push_back({id, queueId});
-        passes(addFailure, attachFailure);
-    }
-
-    void complete(int addFailure, int attachFailure)
-    {
-        std::vector<std::size_t> busy;
-        for (std::size_t i = 0; i < mFastThreads.slots.size(); ++i) {
-            if (mFastThreads.slots[i].task != 0) {
-                busy.push_back(i);
-            }
-        }
-        if (busy.empty()) {
-            return;
-        }
-        const std::size_t position = busy[static_cast<std::size_t>(pick(0, static_cast<int>(busy.size()) - 1))];
-        for (Threads* threads : {&mFastThreads, &mPlainThreads}) {
-            const unsigned int id = threads->slots[position].task;
-            threads->slots[position].task = 0;
-            const unsigned int queueId = queueOf(id);
-            if (queueId != 0) {
-                threads->queueBecameFree(queueId);
-                if (threads == &mFastThreads) {
-                    mFast->setQueueFree(queueId);
-                }
-            }
-        }
-        passes(addFailure, attachFailure);
-    }
-
-    void endIdleThreadLoop()
-    {
-        const int position = mFastThreads.firstIdleThread();
-        if (position >= 0) {
-            mFastThreads.slots[static_cast<std::size_t>(position)].exited = true;
-            mPlainThreads.slots[static_cast<std::size_t>(position)].exited = true;
-        }
-    }
-
-    void passes(int addFailure, int attachFailure)
-    {
-        mFastThreads.newPass(addFailure, attachFailure);
-        mPlainThreads.newPass(addFailure, attachFailure);
-        // The wake-up left due is sent as the pool sends it, after its lock is released.
-        WaitingTasks::SWakeUp wakeUp;
-        PAL::CString fast = mFast->dispatch(mFastThreads, wakeUp);
-        if (fast.isEmpty()) {
-            fast = mFast->wake(mFastThreads, wakeUp);
-        }
-        mFastResult = fast.getBuffer();
-        mPlainResult = plainPass(mPlain, mPlainThreads).getBuffer();
-    }
-
-    unsigned int queueOf(unsigned int id) const
-    {
-        for (const std::unique_ptr<Task>& task : mOwned) {
-            if (task->id == id) {
-                return task->mQueueId;
-            }
-        }
-        return 0;
-    }
-
-    std::vector<unsigned int> fastWaiting(bool newestFirst) const
-    {
-        std::vector<unsigned int> result;
-        for (Task* task = newestFirst ? mFast->newest() : mFast->oldest(); task != 0;
-             task = newestFirst ? WaitingTasks::older(task) : WaitingTasks::newer(task)) {
-            result.push_back(task->id);
-        }
-        return result;
-    }
-
-    std::vector<unsigned int> plainWaiting() const
-    {
-        std::vector<unsigned int> result;
-        for (const PlainTask& task : mPlain) {
-            result.push_back(task.id);
-        }
-        return result;
-    }
-
-    std::string compare()
-    {
-        std::string out = mDifference.empty() ? std::string() : mDifference + "; ";
-        if (mFastResult != mPlainResult) {
-            out += "pass result '" + mFastResult + "' instead of '" + mPlainResult + "'; ";
-        }
-        bool sameSlots = mFastThreads.slots.size() == mPlainThreads.slots.size();
-        for (std::size_t i = 0; sameSlots && i < mFastThreads.slots.size(); ++i) {
-            sameSlots = mFastThreads.slots[i].task == mPlainThreads.slots[i].task;
-        }
-        if (!sameSlots) {
-            out += "threads' tasks " + ids(slotTasks(mFastThreads)) + "instead of " + ids(slotTasks(mPlainThreads)) +
-                   "; ";
-        }
-        const std::vector<unsigned int> waiting = plainWaiting();
-        std::vector<unsigned int> backwards = fastWaiting(true);
-        std::reverse(backwards.begin(), backwards.end());
-        if (fastWaiting(false) != waiting || backwards != waiting ||
-            mFast->size() != static_cast<int>(waiting.size())) {
-            out += "waiting " + ids(fastWaiting(false)) + "instead of " + ids(waiting) + "; ";
-        }
-        if (mFastThreads.busyQueueIds != mPlainThreads.busyQueueIds) {
-            out += "busy queue ids " + ids(mFastThreads.busyQueueIds) + "instead of " +
-                   ids(mPlainThreads.busyQueueIds) + "; ";
-        }
-        for (unsigned int q = 1; q <= mQueues; ++q) {
-            if (mFast->isQueueBusy(q) == mFastThreads.isQueueIdAvailable(q)) {
-                out += "queue " + std::to_string(q) + " busy or free on one side only; ";
-            }
-        }
-        return out;
-    }
-
-    static std::vector<unsigned int> slotTasks(const Threads& threads)
-    {
-        std::vector<unsigned int> result;
-        for (const Threads::Slot& slot : threads.slots) {
-            result.push_back(slot.task);
-        }
-        return result;
-    }
-
-    // What the selective aborts walk (newest first, one queue id) and AbortAllTasks
-    // walks (oldest first) must come in the list's order.
-    std::string compareAbortOrders()
-    {
-        const unsigned int queueId = static_cast<unsigned int>(pick(0, static_cast<int>(mQueues)));
-        std::vector<unsigned int> fastOfQueue, plainOfQueue;
-        for (Task* task = mFast->newest(); task != 0; task = WaitingTasks::older(task)) {
-            if (task->mQueueId == queueId) {
-                fastOfQueue.push_back(task->id);
-            }
-        }
-        for (auto task = mPlain.rbegin(); task != mPlain.rend(); ++task) {
-            if (task->mQueueId == queueId) {
-                plainOfQueue.push_back(task->id);
-            }
-        }
-        if (fastOfQueue != plainOfQueue || fastWaiting(false) != plainWaiting()) {
-            return "queue " + std::to_string(queueId) + " walked as " + ids(fastOfQueue) + "instead of " +
-                   ids(plainOfQueue);
-        }
-        return std::string();
-    }
-
-    std::mt19937 mRandom;
-    std::unique_ptr<WaitingTasks> mFast;
-    std::vector<std::unique_ptr<Task>> mOwned;
-    std::vector<PlainTask> mPlain;
-    Threads mFastThreads, mPlainThreads;
-    unsigned int mQueues = 0;
-    unsigned int mNextId = 0;
-    std::string mFastResult, mPlainResult, mDifference;
-};
 
 } // namespace
 
 TEST(WaitingTasks, DispatchDecidesAsThePlainWalkOnRandomScenarios)
 {
-    const std::uint32_t firstSeed = 20261123u;
-    const int scenarios = 2000, steps = 150;
-    for (int s = 0; s < scenarios; ++s) {
-        const std::uint32_t seed = firstSeed + static_cast<std::uint32_t>(s);
-        Scenario scenario(seed);
-        for (int step = 0; step < steps; ++step) {
-            const std::string difference = scenario.step();
-            ASSERT_EQ("", difference) << "seed " << seed << ", step " << step;
+    for (unsigned int seed = 1; seed <= 2000; ++seed) {
+        std::mt19937 random(seed);
+        auto pick = [&](unsigned int high) { return std::uniform_int_distribution<unsigned int>(0, high)(random); };
+        Threads plainThreads;
+        plainThreads.maximum = 1 + pick(5);
+        plainThreads.slots.resize(1 + pick(plainThreads.maximum - 1));
+        const unsigned int queues = pick(plainThreads.maximum);
+        WaitingTasks fast;
+        ASSERT_FALSE(fast.reserveQueue(0xFFFFFFFFu)); // no room for so many queue ids
+        Threads fastThreads = plainThreads;
+        fastThreads.list = &fast;
+        std::vector<std::unique_ptr<Task>> tasks; // task id n is tasks[n - 1]
+        std::vector<Task*> plainWaiting;
+        for (int step = 0; step < 150; ++step) {
+            if (pick(1) == 0) {
+                tasks.emplace_back(new Task(static_cast<unsigned int>(tasks.size() + 1), pick(queues)));
+                ASSERT_TRUE(fast.reserveQueue(tasks.back()->mQueueId));
+                fast.append(tasks.back().get());
+                plainWaiting.push_back(tasks.back().get());
+            } else { // the task at a random position, if any, completes
+                const std::size_t position = pick(static_cast<unsigned int>(plainThreads.slots.size()) - 1);
+                const unsigned int id = plainThreads.slots[position];
+                if (id == 0)
+                    continue;
+                for (Threads* threads : {&fastThreads, &plainThreads}) {
+                    threads->slots[position] = 0;
+                    threads->setFree(tasks[id - 1]->mQueueId);
+                }
+            }
+            const unsigned int failure = pick(19);
+            for (Threads* threads : {&fastThreads, &plainThreads}) {
+                threads->addFailsIn = failure < 3 ? static_cast<int>(failure) : -1;
+                threads->wakeFailsIn = failure >= 3 && failure < 6 ? static_cast<int>(failure) - 3 : -1;
+            }
+            // The wake-up a pass leaves due is sent as the pool sends it, once its lock is free.
+            WaitingTasks::SWakeUp wakeUp;
+            PAL::CString fastResult = fast.dispatch(fastThreads, wakeUp);
+            if (fastResult.isEmpty())
+                fastResult = fast.wake(fastThreads, wakeUp);
+            const PAL::CString plainResult = plainPass(plainWaiting, plainThreads);
+
+            const std::string where = "seed " + std::to_string(seed) + ", step " + std::to_string(step);
+            std::vector<unsigned int> plainIds, oldestFirst, newestFirst;
+            for (Task* task : plainWaiting)
+                plainIds.push_back(task->id);
+            for (Task* task = fast.oldest(); task != nullptr; task = WaitingTasks::newer(task))
+                oldestFirst.push_back(task->id);
+            for (Task* task = fast.newest(); task != nullptr; task = WaitingTasks::older(task))
+                newestFirst.insert(newestFirst.begin(), task->id);
+            ASSERT_EQ(std::string(plainResult.getBuffer()), fastResult.getBuffer()) << where;
+            ASSERT_EQ(plainThreads.slots, fastThreads.slots) << where;
+            ASSERT_EQ(plainThreads.busy, fastThreads.busy) << where;
+            ASSERT_EQ(plainIds, oldestFirst) << where;
+            ASSERT_EQ(plainIds, newestFirst) << where;
+            ASSERT_EQ(static_cast<int>(plainIds.size()), fast.size()) << where;
+            for (unsigned int q = 1; q <= queues; ++q)
+                ASSERT_NE(fast.isQueueBusy(q), fastThreads.isFree(q)) << "queue " << q << ", " << where;
         }
     }
-}
-
-TEST(WaitingTasks, QueueIdsWithoutRoomAreRefused)
-{
-    WaitingTasks waiting;
-    EXPECT_FALSE(waiting.reserveQueue(0xFFFFFFFFu));
-    EXPECT_TRUE(waiting.reserveQueue(100));
-    EXPECT_TRUE(waiting.reserveQueue(3));
 }
