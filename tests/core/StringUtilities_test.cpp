@@ -37,25 +37,12 @@ const SCaseMappingTable& U = sToUpperCaseMappingTable;
 TEST(CaseMappingTest, MapsCodePointsByTheShippedTables)
 {
     const struct { int line; const SCaseMappingTable& table; CodePoints input, expected; } rows[] = {
-        // One character may become several; the length changes.
+        // One character may become several, and there is no context: sigma is never final.
         {__LINE__, U, {'s', 't', 'r', 'a', 0xDF, 'e'}, {'S', 'T', 'R', 'A', 'S', 'S', 'E'}},
-        {__LINE__, L, {0x0130}, {0x0069, 0x0307}},
-        {__LINE__, U, {0xFB03, 'x', 0xFB00}, {'F', 'F', 'I', 'X', 'F', 'F'}},
-        {__LINE__, U, {0x0390, 0x1FB3, 0x0149}, {0x0399, 0x0308, 0x0301, 0x0391, 0x0399, 0x02BC, 'N'}},
-        // No context: sigma is never final.
-        {__LINE__, L, {0x03A3, 0x03A3}, {0x03C3, 0x03C3}},
-        // Simple entries, several of them mapping to one.
-        {__LINE__, U, {0x0131, 0x00B5, 0x1FE5}, {'I', 0x039C, 0x1FEC}},
-        {__LINE__, L, {0x212A, 0x0178, 0x0100, 0x212B}, {'k', 0x00FF, 0x0101, 0x00E5}},
-        {__LINE__, L, {0x01C4, 0x01C5, 0x01C6}, {0x01C6, 0x01C6, 0x01C6}},
-        // Ranges, at their edges.
-        {__LINE__, U, {'a', 'z', '@', '[', '`', '{'}, {'A', 'Z', '@', '[', '`', '{'}},
-        {__LINE__, L, {0x00C0, 0x00D6, 0x00D7, 0x00D8, 0x00DE}, {0x00E0, 0x00F6, 0x00D7, 0x00F8, 0x00FE}},
-        // Not letters, mappings newer than the tables, and beyond the plane: unchanged.
-        {__LINE__, L, {0x2160, 0x24B6, 0x10A0, 0x04C0, 0x1E9E, 0x10400}, {0x2160, 0x24B6, 0x10A0, 0x04C0, 0x1E9E, 0x10400}},
-        {__LINE__, U, {0x0345, 0x2170, 0x24D0, 0x0180, 0x10428}, {0x0345, 0x2170, 0x24D0, 0x0180, 0x10428}},
-        // Characters are walked up to a NUL character: what follows one stays.
-        {__LINE__, U, {'a', '1', 0, 'b'}, {'A', '1', 0, 'b'}},
+        {__LINE__, U, {0xFB03, 'x', 0x1FB3, 0x0149}, {'F', 'F', 'I', 'X', 0x0391, 0x0399, 0x02BC, 'N'}},
+        {__LINE__, L, {0x03A3, 0x0130, 0x03A3}, {0x03C3, 0x0069, 0x0307, 0x03C3}},
+        // Beyond the plane nothing maps; characters are walked up to a NUL character only.
+        {__LINE__, U, {'a', 0x10428, 0, 'b'}, {'A', 0x10428, 0, 'b'}},
         {__LINE__, L, {}, {}},
     };
     for (const auto& row : rows) {
@@ -65,13 +52,6 @@ TEST(CaseMappingTest, MapsCodePointsByTheShippedTables)
     CString text("a\xC3\xC3" "b", 4);  // a follower of 0xC0 or more: mapped as the iterator steps
     toLower(text);
     EXPECT_EQ("a\xC3\xA3" "b", bytes(text));
-    const CString original("Gr\xC3\xBC\xC3\x9F" "e");
-    CString upper = original, lower = original;
-    toUpper(upper);
-    toLower(lower);
-    EXPECT_EQ("GR\xC3\x9CSSE", bytes(upper));
-    EXPECT_EQ("gr\xC3\xBC\xC3\x9F" "e", bytes(lower));
-    EXPECT_EQ("Gr\xC3\xBC\xC3\x9F" "e", bytes(original));
 }
 
 // What each code point maps to, read from the table by linear scans, so that the engine's
@@ -92,25 +72,15 @@ std::map<unsigned int, CodePoints> mappingsOf(const SCaseMappingTable& table)
     return out;
 }
 
-TEST(CaseMappingTest, TheShippedTablesHaveTheirShapeAndEveryCodePointMapsAsTheySay)
+TEST(CaseMappingTest, EveryCodePointOfThePlaneMapsAsTheShippedTablesSay)
 {
-    const struct { int line; const SCaseMappingTable& table; unsigned int simple, ranges, special; } rows[] = {
-        {__LINE__, L, 380, 31, 1},
-        {__LINE__, U, 386, 28, 102},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const SCaseMappingTable& t = row.table;
-        EXPECT_EQ(row.simple, t.mNumSimple16);
-        EXPECT_EQ(row.ranges, t.mNumRange16);
-        EXPECT_EQ(row.special, t.mNumSpecial16);
-        EXPECT_TRUE(t.mNumSimple32 + t.mNumRange32 + t.mNumSpecial32 == 0 && t.mpSimple32 == nullptr &&
-                    t.mpRange32 == nullptr && t.mpSpecial32 == nullptr);
-        const std::map<unsigned int, CodePoints> expected = mappingsOf(t);
+    for (const SCaseMappingTable* table : {&L, &U}) {
+        EXPECT_TRUE(table->mNumSimple32 + table->mNumRange32 + table->mNumSpecial32 == 0);
+        const std::map<unsigned int, CodePoints> expected = mappingsOf(*table);
         unsigned int mismatches = 0;
         for (unsigned int cp = 1; cp <= 0xFFFF && mismatches < 10; ++cp) {
             const auto found = expected.find(cp);
-            if (mapped(t, {cp}) != bytes(fromCodePoints(found == expected.end() ? CodePoints{cp} : found->second))) {
+            if (mapped(*table, {cp}) != bytes(fromCodePoints(found == expected.end() ? CodePoints{cp} : found->second))) {
                 ADD_FAILURE() << "U+" << std::hex << cp;
                 ++mismatches;
             }
@@ -147,20 +117,15 @@ TEST(CaseMappingTest, OnePassAgreesWithReplacingEachCharacter)
                 cp = pool[random() % (sizeof pool / sizeof pool[0])];
             for (int way = 0; way < 6; ++way) {
                 CString text = fromCodePoints(input), expected = fromCodePoints(input);
-                const bool shared = way % 3 == 2;
-                const CString other = shared ? text : CString(), otherExpected = shared ? expected : CString();
-                if (way % 3 == 1) {
-                    text.reserve(text.getSize() + 40);
-                    expected.reserve(text.getSize() + 40);
-                }
+                for (CString* roomy : {&text, &expected})
+                    roomy->reserve(way % 3 == 1 ? text.getSize() + 40 : 0);
+                const CString other = way % 3 == 2 ? text : CString(), otherExpected = way % 3 == 2 ? expected : other;
                 doCaseMapping(text, way < 3 ? *shipped : searched);
                 replaceOneByOne(expected, mappings);
                 expectConsistent(text);
                 ASSERT_EQ(bytes(expected), bytes(text)) << "round " << round << ", way " << way;
                 ASSERT_EQ(osal_kit_test::blockOf(expected)->mCapacity, osal_kit_test::blockOf(text)->mCapacity);
-                if (shared) {
-                    ASSERT_EQ(bytes(fromCodePoints(input)), bytes(other));
-                }
+                ASSERT_EQ(way % 3 == 2 ? bytes(fromCodePoints(input)) : "", bytes(other));
             }
         }
     }
@@ -187,11 +152,11 @@ TEST(CaseMappingTest, TheEngineUsesThe32BitTablesAboveThePlaneAndSkipsAbsentOnes
 // design names; what it cannot see is the exact text the formatters write.
 TEST(NumberTest, FormattersWriteDecimalAndCapitalHexadecimal)
 {
-    CString text("replaced");
-    const auto as = [&text](bool) { return bytes(text); };
-    EXPECT_EQ("0xFF", as(fromUInt32(text, 255u, true)));
-    EXPECT_EQ("4294967295", as(fromUInt32(text, 4294967295u, false)));
-    EXPECT_EQ("-2147483648", as(fromInt32(text, -2147483647 - 1)));
+    CString hex("replaced"), decimal, negative;
+    fromUInt32(hex, 255u, true);
+    fromUInt32(decimal, 4294967295u, false);
+    fromInt32(negative, -2147483647 - 1);
+    EXPECT_EQ("0xFF 4294967295 -2147483648", bytes(hex) + " " + bytes(decimal) + " " + bytes(negative));
 }
 
 TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
@@ -201,14 +166,11 @@ TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
         rows[] = {
         {__LINE__, "abcdefghij", 8, "...", true, "abcde..."},
         {__LINE__, "abcdefghij", 2, "...", true, "ab"},
-        {__LINE__, "abcdefghij", 10, "...", false, "abcdefghij"},
         {__LINE__, "abcdefghij", 0, "", false, "abcdefghij"},
-        {__LINE__, "", 5, "...", false, ""},
         {__LINE__, "éééééé", 7, "", true, "ééé"},  // two-byte characters: an odd limit ends one byte short
         {__LINE__, "éééééé", 7, "…", true, "éé…"},
         {__LINE__, "😀😀😀😀😀😀😀😀😀😀", 7, "-", true, "😀-"},
         {__LINE__, six + six + six + six + six, 29, "", true, six + six + six + six},
-        {__LINE__, six + six + six + six + six, 18, "", true, six + six + six},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);

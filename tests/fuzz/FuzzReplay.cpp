@@ -1,6 +1,5 @@
-// Runs a fuzz target over the inputs of the ordinary test build: every file of each
-// folder (or each file) named on the command line goes once through the target's entry
-// point, in name order. A failing input aborts the program, naming itself first.
+// Runs a fuzz target over the files of each folder (or the files) named on the command
+// line, in name order; a failing input aborts the program, naming itself first.
 
 #include <algorithm>
 #include <cstdint>
@@ -17,19 +16,16 @@ int main(int argc, char** argv)
     namespace fs = std::filesystem;
     std::vector<fs::path> inputs;
     for (int i = 1; i < argc; ++i) {
-        if (fs::is_directory(argv[i])) {
-            for (const fs::directory_entry& entry : fs::directory_iterator(argv[i]))
-                inputs.push_back(entry.path());
-        } else {
+        if (!fs::is_directory(argv[i]))
             inputs.push_back(argv[i]);
-        }
+        else
+            for (const auto& entry : fs::directory_iterator(argv[i]))
+                inputs.push_back(entry.path());
     }
     std::sort(inputs.begin(), inputs.end());
     for (const fs::path& path : inputs) {
         std::fprintf(stderr, "input %s\n", path.string().c_str());
         std::ifstream file(path, std::ios::binary);
-        if (!file)
-            return 2;
         const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         const uint8_t none = 0;  // an empty input still gets a valid pointer, as under libFuzzer
         LLVMFuzzerTestOneInput(bytes.empty() ? &none : reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
