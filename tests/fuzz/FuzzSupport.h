@@ -100,7 +100,8 @@ inline std::string encode(const std::u32string& cps)
 inline std::string bytesOf(const PAL::CString& s) { return std::string(s.getBuffer(), s.getSize()); }
 
 /// What every string must be: terminated, made of whole sequences and counted right;
-/// where the iterator steps as the counts do, it walks the same characters.
+/// where the iterator steps as the counts do, it walks the same characters, decoding each
+/// as its lead's low bits followed by six bits of each follower.
 inline void checkString(const PAL::CString& s)
 {
     const std::string bytes = bytesOf(s);
@@ -108,9 +109,16 @@ inline void checkString(const PAL::CString& s)
     FUZZ_CHECK(s.getBuffer()[s.getSize()] == 0);
     FUZZ_CHECK(acceptedPrefix(bytes, chars) == bytes.size() && chars == s.getLength());
     FUZZ_CHECK(s.isEmpty() == (chars == 0));
-    if (acceptedPrefix(bytes, chars, true) == bytes.size() && bytes.find('\0') == std::string::npos) {
-        FUZZ_CHECK(s.end() - s.begin() == static_cast<int>(chars));
-        FUZZ_CHECK(s.begin() + static_cast<int>(chars) == s.end());
+    if (acceptedPrefix(bytes, chars, true) != bytes.size() || bytes.find('\0') != std::string::npos)
+        return;
+    FUZZ_CHECK(s.end() - s.begin() == static_cast<int>(chars) && s.begin() + static_cast<int>(chars) == s.end());
+    PAL::CString::const_iterator it = s.begin();
+    for (size_t i = 0, n; i < bytes.size(); i += n, ++it) {
+        n = leadLength(static_cast<unsigned char>(bytes[i]));
+        uint32_t cp = static_cast<unsigned char>(bytes[i]) & (n == 1 ? 0x7F : 0x7F >> n);
+        for (size_t k = 1; k < n; ++k)
+            cp = cp << 6 | (static_cast<unsigned char>(bytes[i + k]) & 0x3F);
+        FUZZ_CHECK(*it == cp);
     }
 }
 
