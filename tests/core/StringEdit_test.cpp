@@ -48,16 +48,9 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
         {__LINE__, "x", 0, EDIT(s.append("\xC3\xA9", 2).append("\0ab", 3).append("a\x80z", 3).append("a\xE2\x82", 3)),
          "x\xC3\xA9" "aa", ANY},
         {__LINE__, "ab", 0, EDIT(s = s + s + S("!")), "abab!", ANY},
-        {__LINE__, "", END, EDIT(s.insert(p, S("z"))), "z", 0},
-        {__LINE__, "abc", 0, EDIT(s.remove(p, 100)), "", END},
         {__LINE__, std::string("a\0bc", 4), 0, EDIT(s.remove(p, 3)), std::string("\0bc", 3), 0},  // stops at a NUL
-        {__LINE__, "a%1b", 1, EDIT(s.replace(p, 2, s)), "aa%1bb", 1},
-        {__LINE__, "aaa", 0, EDIT(s.replaceAll(S("a"), S("aa")).replaceAll(CString(), S("x"))), "aaaaaa", ANY},
         {__LINE__, "\xD0\xC3\xC3\x80", 0, EDIT(s.replaceAll(S("\xC3\xC3"), CString())), "\xD0\xC3\xC3\x80", ANY},
-        {__LINE__, "100%", 0, EDIT(s.replaceArg(S("x"))), "100%", ANY},
-        {__LINE__, "%a%3", 0, EDIT(s.replaceArg(S("x"))), "%ax", ANY},
         {__LINE__, "%%1 %: %/", 0, EDIT(s.replaceArg(S("x"))), "%x %: %/", ANY},
-        {__LINE__, "a\xC3\xA9" "b", END, EDIT(s.truncate(p); s.truncate(3u)), "a\xC3\xA9" "b", ANY},
         {__LINE__, "\x08\xC2\xA0x\x0E", 0, EDIT(s.trim()), "\x08\xC2\xA0x\x0E", ANY},  // the no-break space stays
         {__LINE__, std::string(" \0 ", 3), 0, EDIT(s.trim()), std::string("\0", 1), ANY},
     };
@@ -69,38 +62,30 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
             Iterator position = row.index == END ? s.end() : s.begin() + row.index;
             row.edit(s, position);
             expectText(row.expected, s);
-            if (row.after != ANY) {
-                EXPECT_EQ(row.after, indexOf(s, position));
-            }
+            EXPECT_TRUE(row.after == ANY || row.after == indexOf(s, position));
             expectText(shared ? row.start : "", holder);
         }
     }
 }
 
-TEST_F(StringEditTest, AnIteratorThatIsNotACharacterStartOfTheStringChangesNothing)
+// The edit fuzz target tries other strings' iterators, the sentinel and a default one;
+// what it cannot make is an iterator left in the middle of a character by an edit.
+TEST_F(StringEditTest, AnIteratorInsideACharacterChangesNothingAndPiecesStartAtItsCharacter)
 {
-    const CString other("other");
     CString text("xy\xC3\xA9");
     const Iterator stale = text.begin() + 2;
     Iterator first = text.begin();
     text.remove(first, 1);  // in place: `stale` now points into the middle of U+00E9
     ASSERT_EQ(text.getBuffer() + 2, stale.getPosition());
-    const Edit edits[] = {EDIT(s.insert(p, S("Z"))), EDIT(s.remove(p, 1)), EDIT(s.replace(p, 1, S("Z"))),
-                          EDIT(s.truncate(p))};
-    for (const Iterator& bad : {other.begin() + 1, other.end(), stale, Iterator(), --text.begin()}) {
-        for (const Edit& edit : edits) {
-            Iterator position = bad;
-            edit(text, position);
-            expectText("y\xC3\xA9", text);
-            EXPECT_EQ(bad, position);
-        }
+    for (const Edit& edit : {Edit(EDIT(s.insert(p, S("Z")))), Edit(EDIT(s.remove(p, 1))),
+                             Edit(EDIT(s.replace(p, 1, S("Z")))), Edit(EDIT(s.truncate(p)))}) {
+        Iterator position = stale;
+        edit(text, position);
+        expectText("y\xC3\xA9", text);
+        EXPECT_EQ(stale, position);
     }
-    // Pieces start at the first byte of the character the iterator is inside.
     expectText("\xC3\xA9" "\xC3\xA9" "y\xC3\xA9", text.getRight(stale) + text.getMid(stale, 1) + text.getLeft(stale));
-    EXPECT_TRUE(text.getLeft(other.begin() + 1).isEmpty() && text.getMid(other.begin(), 3).isEmpty());
-    EXPECT_TRUE(text.getRight(other.begin()).isEmpty() && text.getMid(--text.begin(), 3).isEmpty());
-    EXPECT_EQ(text.end(), text.find(S("y"), other.begin()));
-    EXPECT_EQ(text.end(), text.findString(Iterator(), S("y"), false));
+    EXPECT_EQ(text.end(), text.find(S("y"), CString("other").begin()));
 }
 
 // A shared block is copied into one of exactly the new size and a piece is a new block of
