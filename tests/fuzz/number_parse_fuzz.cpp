@@ -1,7 +1,7 @@
 // The strict number parsers over outside text, every width and mode, against a reference
 // written here from the grammar with strtoull. A refused parse leaves its output as it
 // was; numbers the library writes read back the same; the byte-bounded cut keeps to its
-// limit and to character boundaries; the string-vector conversions keep order and text.
+// limit and to character boundaries.
 
 #include "FuzzSupport.h"
 
@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         FUZZ_CHECK(SU::toUInt32(written, back, hex, hex && mandatory) && back == u);
         SU::fromInt32(written, static_cast<int>(u));
         FUZZ_CHECK(SU::toInt32(written, signedBack) && signedBack == static_cast<int>(u));
-    } else if (mode % 8 == 6) {  // the byte-bounded cut: a prefix at a character boundary, then the suffix
+    } else {  // the byte-bounded cut: a prefix at a character boundary, then the suffix
         const unsigned int maxBytes = parts.byte();
         const std::string suffixBytes = parts.bytes(parts.byte() % 8), body = parts.rest();
         CString cut(body.data(), static_cast<unsigned int>(body.size()));
@@ -102,20 +102,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         FUZZ_CHECK(!changed || (result.size() <= maxBytes && result == kept + tail));
         FUZZ_CHECK(bytesOf(original).compare(0, kept.size(), kept) == 0);
         FUZZ_CHECK(changed || result == bytesOf(original));
-    } else {  // the string-vector conversions
-        PAL::TVector<const char*> texts;
-        std::vector<std::string> pieces;
-        while (!parts.empty() && pieces.size() < 16)
-            pieces.push_back(parts.text());
-        for (const std::string& piece : pieces)
-            texts.push_back((piece.size() & 3) == 3 ? nullptr : piece.c_str());
-        const PAL::TVector<CString> strings = SU::toStringVector(texts);
-        const PAL::TVector<const char*> back = SU::fromStringVector(strings);
-        FUZZ_CHECK(strings.size() == texts.size() && back.size() == texts.size());
-        for (int i = 0; i < strings.size(); ++i) {
-            osal_kit_fuzz::checkString(*strings.get(i));
-            FUZZ_CHECK(*back.get(i) == strings.get(i)->getBuffer() && *strings.get(i) == CString(*texts.get(i)));
-        }
     }
     return 0;
 }

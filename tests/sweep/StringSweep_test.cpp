@@ -127,8 +127,11 @@ void tokenList(unsigned int skip)
     failAllocationAfter(skip);
     const TVector<CString> strings = PAL::StringUtilities::toStringVector(texts);
     Morvex_Fault_DisarmAll();
-    for (int i = 0; i < strings.size(); ++i)
+    const TVector<const char*> back = PAL::StringUtilities::fromStringVector(strings);
+    for (int i = 0; i < strings.size(); ++i) {
         EXPECT_TRUE(strings.get(i)->isEmpty() || bytes(*strings.get(i)) == *texts.get(i)) << i;
+        EXPECT_EQ(strings.get(i)->getBuffer(), *back.get(i));
+    }
 }
 
 TEST(StringSweep, EveryOperationIsAllOrNothing)
