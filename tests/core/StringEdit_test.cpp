@@ -68,24 +68,29 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
     }
 }
 
-// The edit fuzz target tries other strings' iterators, the sentinel and a default one;
-// what it cannot make is an iterator left in the middle of a character by an edit.
-TEST_F(StringEditTest, AnIteratorInsideACharacterChangesNothingAndPiecesStartAtItsCharacter)
+// The edit fuzz target tries iterators of other strings, the sentinel and a default one;
+// these are its nearest neighbours and one left inside a character by an edit.
+TEST_F(StringEditTest, AnIteratorThatIsNotACharacterStartOfTheStringChangesNothing)
 {
     CString text("xy\xC3\xA9");
+    const CString other("other");
     const Iterator stale = text.begin() + 2;
     Iterator first = text.begin();
     text.remove(first, 1);  // in place: `stale` now points into the middle of U+00E9
     ASSERT_EQ(text.getBuffer() + 2, stale.getPosition());
-    for (const Edit& edit : {Edit(EDIT(s.insert(p, S("Z")))), Edit(EDIT(s.remove(p, 1))),
-                             Edit(EDIT(s.replace(p, 1, S("Z")))), Edit(EDIT(s.truncate(p)))}) {
-        Iterator position = stale;
-        edit(text, position);
-        expectText("y\xC3\xA9", text);
-        EXPECT_EQ(stale, position);
+    for (const Iterator& bad : {other.begin() + 1, other.end(), stale}) {
+        for (const Edit& edit : {Edit(EDIT(s.insert(p, S("Z")))), Edit(EDIT(s.remove(p, 1))),
+                                 Edit(EDIT(s.replace(p, 1, S("Z")))), Edit(EDIT(s.truncate(p)))}) {
+            Iterator position = bad;
+            edit(text, position);
+            expectText("y\xC3\xA9", text);
+            EXPECT_EQ(bad, position);
+        }
     }
+    // Pieces start at the first byte of the character the iterator is inside.
     expectText("\xC3\xA9" "\xC3\xA9" "y\xC3\xA9", text.getRight(stale) + text.getMid(stale, 1) + text.getLeft(stale));
-    EXPECT_EQ(text.end(), text.find(S("y"), CString("other").begin()));
+    EXPECT_TRUE(text.getLeft(other.begin() + 1).isEmpty() && text.getMid(other.begin(), 3).isEmpty());
+    EXPECT_EQ(text.end(), text.find(S("y"), other.begin()));
 }
 
 // A shared block is copied into one of exactly the new size and a piece is a new block of

@@ -132,10 +132,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             if (at != NONE)
                 model.replace(at, 2, text);
             break;
-        case 7:  // truncate at a position, then to a count
+        case 7:  // truncate at a position
             s.truncate(position(in, s, other, index));
+            model.resize(std::min(index, model.size()));
+            break;
+        case 8:  // truncate to a count
             s.truncate(n = in.byte() % 32);
-            model.resize(std::min<size_t>(std::min<size_t>(index, n), model.size()));
+            model.resize(std::min<size_t>(n, model.size()));
             break;
         case 9:  // trim the six white-space characters
             s.trim();
@@ -145,12 +148,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 --end;
             model = model.substr(lead, end - lead);
             break;
-        case 10:  // pieces by count and by position
-            it = position(in, s, other, index);
+        case 10:  // left and right pieces by count
             n = count(in, 32);
-            text = model.substr(std::min(index, model.size()));
             checkAgainst(s.getLeft(n), model.substr(0, n));
             checkAgainst(s.getRight(n), model.substr(model.size() - std::min<size_t>(n, model.size())));
+            break;
+        case 11:  // pieces by position
+            it = position(in, s, other, index);
+            n = count(in, 8);
+            text = model.substr(std::min(index, model.size()));
             checkAgainst(s.getLeft(it), index == NONE ? Model() : model.substr(0, index));
             checkAgainst(s.getRight(it), text);
             checkAgainst(s.getMid(it, n), text.substr(0, n));
