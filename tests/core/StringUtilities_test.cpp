@@ -1,5 +1,6 @@
-// StringUtilities: case mapping through the shipped tables and the engine, the strict
-// number parsers and formatters, byte-bounded truncation and string-vector conversions.
+// StringUtilities: case mapping through the shipped tables and the engine, and the exact
+// text of the number formatters. The number parse fuzz target checks the parsers and the
+// byte-bounded cut against models; the sweep, the string-vector conversions.
 
 #include "core/StringUtilities.h"
 
@@ -140,30 +141,6 @@ TEST(NumberTest, FormattersWriteDecimalAndCapitalHexadecimal)
     fromUInt32(decimal, 4294967295u, false);
     fromInt32(negative, -2147483647 - 1);
     EXPECT_EQ("0xFF 4294967295 -2147483648", bytes(hex) + " " + bytes(decimal) + " " + bytes(negative));
-}
-
-TEST(TruncateTest, CutsAtACharacterBoundaryAndAddsTheSuffixWhenItFits)
-{
-    const std::string six = "\xFD\xBF\xBF\xBF\xBF\xBF";  // U+7FFFFFFF, the longest form
-    const struct { int line; std::string text; unsigned int maxBytes; const char* suffix; bool cut; std::string expected; }
-        rows[] = {
-        {__LINE__, "abcdefghij", 8, "...", true, "abcde..."},
-        {__LINE__, "abcdefghij", 2, "...", true, "ab"},
-        {__LINE__, "abcdefghij", 0, "", false, "abcdefghij"},
-        {__LINE__, "éééééé", 7, "", true, "ééé"},  // two-byte characters: an odd limit ends one byte short
-        {__LINE__, "éééééé", 7, "…", true, "éé…"},
-        {__LINE__, "😀😀😀😀😀😀😀😀😀😀", 7, "-", true, "😀-"},
-        {__LINE__, six + six + six + six + six, 29, "", true, six + six + six + six},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        CString text(row.text.c_str());
-        const CString holder = text;
-        EXPECT_EQ(row.cut, truncateInByteUnits(text, row.maxBytes, CString(row.suffix)));
-        EXPECT_EQ(row.expected, bytes(text));
-        EXPECT_EQ(row.text, bytes(holder));
-        expectConsistent(text);
-    }
 }
 
 } // namespace

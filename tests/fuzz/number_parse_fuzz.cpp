@@ -101,6 +101,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const std::string kept = result.substr(0, result.size() - std::min(result.size(), tail.size()));
         FUZZ_CHECK(!changed || (result.size() <= maxBytes && result == kept + tail));
         FUZZ_CHECK(bytesOf(original).compare(0, kept.size(), kept) == 0);
+        // Nothing more of the text would have fitted: the cut keeps as many characters as it can.
+        const size_t next = osal_kit_fuzz::leadLength(static_cast<unsigned char>(bytesOf(original)[kept.size()]));
+        FUZZ_CHECK(!changed || kept.size() + next > maxBytes - tail.size());
         FUZZ_CHECK(changed || result == bytesOf(original));
     }
     return 0;
