@@ -62,4 +62,16 @@ TEST(TokenSeparatedListTest, RefusedVectorsLeaveTheListAsItWas)
     EXPECT_EQ(17, value);
 }
 
+// Numbers go out as decimal tokens and come back; one token that is not a number fails
+// the whole vector and leaves it empty.
+TEST(TokenSeparatedListTest, NumbersRoundTripAsDecimalTokens)
+{
+    CTokenSeparatedList list(CString(","));
+    TVector<int> back = vectorOf({99});
+    EXPECT_TRUE(list.FromVector(vectorOf({1, -2147483647 - 1, 30})) && list.ToVector(back));
+    EXPECT_EQ("1,-2147483648,30", osal_kit_test::bytes(list.Get()));
+    EXPECT_TRUE(back.size() == 3 && *back.get(1) == -2147483647 - 1 && *back.get(2) == 30);
+    EXPECT_TRUE(list.Add(CString("x")) && !list.ToVector(back) && back.size() == 0);
+}
+
 } // namespace
