@@ -89,14 +89,6 @@ inline std::string encode(uint32_t cp)
     return out;
 }
 
-inline std::string encode(const std::u32string& cps)
-{
-    std::string out;
-    for (char32_t cp : cps)
-        out += encode(static_cast<uint32_t>(cp));
-    return out;
-}
-
 inline std::string bytesOf(const PAL::CString& s) { return std::string(s.getBuffer(), s.getSize()); }
 
 /// What every string must be: terminated, made of whole sequences and counted right;

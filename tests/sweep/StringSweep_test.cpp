@@ -81,45 +81,43 @@ void caseMapping(unsigned int skip)
     EXPECT_EQ("STRASSE FFI" "stra\xC3\x9F" "e \xEF\xAC\x83", bytes(partial) + bytes(original));
 }
 
-// A write that found no room leaves its stream failed; a good one reads back or not at all.
+// A write that found no room leaves its stream failed; a read gets the text or leaves "old".
 void streamForms(unsigned int skip)
 {
     const CString name("n\xC3\xA4me");
-    PAL::CMemoryOStream plainOut, ipcOut;
+    PAL::CMemoryOStream out;
     failAllocationAfter(skip);
-    CString::toIpcStream(plainOut << name, name);
+    CString::toIpcStream(out << name, name);
     Morvex_Fault_DisarmAll();
     CString plain("old"), ipc("old");
-    const PAL::CMemoryIStream in(plainOut.getBuffer());
+    const PAL::CMemoryIStream in(out.getBuffer());
     failAllocationAfter(skip);
     CString::fromIpcStream(in >> plain, ipc);
     Morvex_Fault_DisarmAll();
-    EXPECT_TRUE(bytes(plain) == "old" || bytes(plain) == bytes(name) || !plainOut.isGood()) << bytes(plain);
-    EXPECT_TRUE(bytes(ipc) == "old" || bytes(ipc) == bytes(name) || !plainOut.isGood()) << bytes(ipc);
+    for (const CString* read : {&plain, &ipc})
+        EXPECT_TRUE(bytes(*read) == "old" || bytes(*read) == bytes(name) || !out.isGood()) << bytes(*read);
 }
 
 // Every refused step of a token list changes nothing, so the list holds exactly the
-// tokens whose Add succeeded, and a failed split leaves no tokens behind.
+// tokens whose Add succeeded, and a failed split leaves no tokens behind; a string vector
+// built from texts holds each text or an empty string.
 void tokenList(unsigned int skip)
 {
-    PAL::CTokenSeparatedList list(CString(","), CString()), copy(CString(","), CString("kept"));
-    const CString tokens[] = {CString("alpha"), CString("b\xC3\xA9ta"), CString("gamma"), CString("42")};
+    PAL::CTokenSeparatedList list(CString(","), CString());
+    const CString tokens[] = {CString("alpha"), CString("b\xC3\xA9ta"), CString("42")};
     TVector<CString> parts(0);
     parts.push_back(CString("stale"));
-    bool added[4] = {};
-    failAllocationAfter(skip);
-    for (int i = 0; i < 4; ++i)
-        added[i] = i < 3 ? list.Add(tokens[i]) : list.Add(42);
-    const bool split = list.ToVector(parts), copied = copy.FromVector(parts);
-    const int found = list.Find(tokens[2]);
-    Morvex_Fault_DisarmAll();
     std::string expected;
-    for (int i = 0; i < 4; ++i)
-        expected += added[i] ? (expected.empty() ? "" : ",") + bytes(tokens[i]) : std::string();
+    int added = 0;
+    failAllocationAfter(skip);
+    for (int i = 0; i < 3; ++i) {
+        if (i < 2 ? list.Add(tokens[i]) : list.Add(42))
+            expected += (added++ == 0 ? "" : ",") + bytes(tokens[i]);
+    }
+    const bool split = list.ToVector(parts);
+    Morvex_Fault_DisarmAll();
     EXPECT_EQ(expected, bytes(list.Get()));
-    EXPECT_TRUE(found == -1 || (added[2] && found == added[0] + added[1])) << found;
-    EXPECT_EQ(split ? added[0] + added[1] + added[2] + added[3] : 0, parts.size());
-    EXPECT_EQ(copied ? (split ? expected : "") : "kept", bytes(copy.Get()));
+    EXPECT_EQ(split ? added : 0, parts.size());
     TVector<const char*> texts(0);
     texts.push_back("first");
     texts.push_back(nullptr);
