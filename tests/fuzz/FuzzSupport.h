@@ -61,17 +61,13 @@ inline unsigned int leadLength(unsigned char b)
 /// follower must be 0x80-0xBF, as the iterator steps.
 inline size_t acceptedPrefix(const std::string& bytes, unsigned int& chars, bool strict = false)
 {
-    size_t i = 0;
-    for (chars = 0; i < bytes.size(); ++chars) {
-        const size_t n = leadLength(static_cast<unsigned char>(bytes[i]));
-        if (n == 0 || n > bytes.size() - i)
-            break;
-        size_t k = 1;
-        while (k < n && (static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) == 0x80)
-            ++k;
-        if (k < n)
-            break;
-        i += n;
+    size_t i = chars = 0;
+    for (size_t n; i < bytes.size() && (n = leadLength(static_cast<unsigned char>(bytes[i]))) != 0 && n <= bytes.size() - i;
+         i += n, ++chars) {
+        for (size_t k = 1; k < n; ++k) {
+            if ((static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) != 0x80)
+                return i;
+        }
     }
     return i;
 }

@@ -4,10 +4,9 @@
 #   tests/fuzz/run.sh 45 [stream_read ...]
 set -uo pipefail
 cd "$(dirname "$0")/../.."
-seconds=${1:-}
-[[ "$seconds" =~ ^[0-9]+$ ]] || { sed -n '2,4p' "$0"; exit 2; }
+[[ "${1:-}" =~ ^[0-9]+$ ]] || { sed -n '2,4p' "$0"; exit 2; }
+export seconds=$1 build=build/fuzz
 shift
-build=build/fuzz
 [ -f "$build/CMakeCache.txt" ] || cmake --preset fuzz >/dev/null || exit 1
 cmake --build --preset fuzz >"$build/fuzz-build.log" 2>&1 || { cat "$build/fuzz-build.log"; exit 1; }
 [ "$#" -gt 0 ] && targets=("$@") || targets=($(ls tests/fuzz/*_fuzz.cpp | xargs -n1 basename | sed 's/_fuzz.cpp$//'))
@@ -23,10 +22,5 @@ fuzz_one() {
     grep -E "^(==[0-9]+==ERROR|SUMMARY|.*check failed)|Test unit written" "$log" | head -6
     return 1
 }
-status=0 running=0
-for name in "${targets[@]}"; do
-    if [ "$running" -ge 2 ]; then wait -n || status=1; running=$((running - 1)); fi
-    fuzz_one "$name" & running=$((running + 1))
-done
-for ((; running > 0; running--)); do wait -n || status=1; done
-exit "$status"
+export -f fuzz_one
+printf '%s\n' "${targets[@]}" | xargs -P 2 -I {} bash -c 'fuzz_one {}'

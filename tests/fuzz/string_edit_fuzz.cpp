@@ -33,9 +33,7 @@ Model modelText(Input& in, unsigned int maxChars)
 CString build(const Model& model)
 {
     const std::vector<unsigned int> values(model.begin(), model.end());
-    CString s;
-    s.fromUCS4Sequence(values.data(), static_cast<unsigned int>(values.size()));
-    return s;
+    return CString(values.data(), values.data() + values.size());
 }
 
 void checkAgainst(const CString& s, const Model& model)
