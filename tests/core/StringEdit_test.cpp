@@ -61,10 +61,11 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
 }
 
 // The edit fuzz target tries iterators of other strings, the sentinel and a default one;
-// what it cannot make is one left inside a character by an edit.
+// these are one left inside a character by an edit, and pieces from another string's.
 TEST_F(StringEditTest, AnIteratorInsideACharacterChangesNothingAndPiecesStartAtItsCharacter)
 {
     CString text("xy\xC3\xA9");
+    const CString other("other");
     const Iterator stale = text.begin() + 2;
     Iterator first = text.begin();
     text.remove(first, 1);  // in place: `stale` now points into the middle of U+00E9
@@ -77,6 +78,7 @@ TEST_F(StringEditTest, AnIteratorInsideACharacterChangesNothingAndPiecesStartAtI
         EXPECT_EQ(stale, position);
     }
     expectText("\xC3\xA9" "\xC3\xA9" "y\xC3\xA9", text.getRight(stale) + text.getMid(stale, 1) + text.getLeft(stale));
+    EXPECT_TRUE(text.getLeft(other.begin() + 1).isEmpty() && text.getMid(other.begin(), 3).isEmpty());
 }
 
 // A shared block is copied into one of exactly the new size; an edit that changes nothing

@@ -107,17 +107,15 @@ void tokenList(unsigned int skip)
     const CString tokens[] = {CString("alpha"), CString("b\xC3\xA9ta"), CString("42")};
     TVector<CString> parts(0);
     parts.push_back(CString("stale"));
-    std::string expected;
-    int added = 0;
     failAllocationAfter(skip);
-    for (int i = 0; i < 3; ++i) {
-        if (i < 2 ? list.Add(tokens[i]) : list.Add(42))
-            expected += (added++ == 0 ? "" : ",") + bytes(tokens[i]);
-    }
+    const bool added[] = {list.Add(tokens[0]), list.Add(tokens[1]), list.Add(42)};
     const bool split = list.ToVector(parts);
     Morvex_Fault_DisarmAll();
+    std::string expected;
+    for (int i = 0; i < 3; ++i)
+        expected += added[i] ? (expected.empty() ? "" : ",") + bytes(tokens[i]) : std::string();
     EXPECT_EQ(expected, bytes(list.Get()));
-    EXPECT_EQ(split ? added : 0, parts.size());
+    EXPECT_EQ(split ? added[0] + added[1] + added[2] : 0, parts.size());
     TVector<const char*> texts(0);
     texts.push_back("first");
     texts.push_back(nullptr);
