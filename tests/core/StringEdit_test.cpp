@@ -45,7 +45,8 @@ TEST_F(StringEditTest, EditsWorkInWholeCharactersAndPlaceTheIterator)
         {__LINE__, "x", EDIT(s.append("\xC3\xA9", 2).append("\0ab", 3).append("a\x80z", 3).append("a\xE2\x82", 3)),
          "x\xC3\xA9" "aa"},
         {__LINE__, "ab", EDIT(s = s + s + S("!")), "abab!"},
-        {__LINE__, std::string("a\0bc", 4), EDIT(s.remove(p, 3); EXPECT_EQ(s.begin(), p)), std::string("\0bc", 3)},  // stops at a NUL
+        {__LINE__, std::string("a\0bc", 4), EDIT(s.remove(p, 3); EXPECT_EQ(s.begin(), p)),  // stops at a NUL
+         std::string("\0bc", 3)},
         {__LINE__, "\xD0\xC3\xC3\x80", EDIT(s.replaceAll(S("\xC3\xC3"), CString())), "\xD0\xC3\xC3\x80"},
         {__LINE__, "%%1 %: %/", EDIT(s.replaceArg(S("x"))), "%x %: %/"},
         {__LINE__, "\x08\xC2\xA0x\x0E", EDIT(s.trim()), "\x08\xC2\xA0x\x0E"},  // the no-break space stays

@@ -31,10 +31,8 @@ public:
     uint8_t byte() { return empty() ? 0 : mData[mPos++]; }
     uint32_t u32()
     {
-        uint32_t value = 0;
-        for (int shift = 0; shift < 32; shift += 8)
-            value |= static_cast<uint32_t>(byte()) << shift;
-        return value;
+        const uint32_t low = byte(), next = byte(), high = byte();
+        return low | next << 8 | high << 16 | static_cast<uint32_t>(byte()) << 24;
     }
     std::string bytes(size_t n)
     {
@@ -62,7 +60,8 @@ inline unsigned int leadLength(unsigned char b)
 inline size_t acceptedPrefix(const std::string& bytes, unsigned int& chars, bool strict = false)
 {
     size_t i = chars = 0;
-    for (size_t n; i < bytes.size() && (n = leadLength(static_cast<unsigned char>(bytes[i]))) != 0 && n <= bytes.size() - i;
+    for (size_t n; i < bytes.size() && (n = leadLength(static_cast<unsigned char>(bytes[i]))) != 0 &&
+                   n <= bytes.size() - i;
          i += n, ++chars) {
         for (size_t k = 1; k < n; ++k) {
             if ((static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) != 0x80)

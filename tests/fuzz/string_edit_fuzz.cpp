@@ -51,10 +51,8 @@ Iterator position(Input& in, const CString& s, const CString& other, size_t& ind
 {
     const uint8_t choice = in.byte() % 8;
     index = choice < 3 ? NONE : s.getLength();
-    if (choice == 0)
-        return other.begin() + in.byte() % 4;
-    if (choice == 1 || choice == 2)
-        return choice == 1 ? Iterator() : --s.begin();
+    if (choice < 3)
+        return choice == 0 ? other.begin() + in.byte() % 4 : choice == 1 ? Iterator() : --s.begin();
     const unsigned int steps = choice == 3 ? index : in.byte();
     index = std::min<size_t>(steps, index);
     return s.begin() + static_cast<int>(steps);
