@@ -58,10 +58,7 @@ Iterator position(Input& in, const CString& s, const CString& other, size_t& ind
     return s.begin() + static_cast<int>(steps);
 }
 
-unsigned int count(Input& in, unsigned int below)
-{
-    return in.byte() % 8 == 7 ? 0xFFFFFFFFu : in.byte() % below;
-}
+unsigned int count(Input& in, unsigned int below) { return in.byte() % 8 == 7 ? 0xFFFFFFFFu : in.byte() % below; }
 
 size_t indexOf(const CString& s, const Iterator& it) { return it == s.end() ? NONE : static_cast<size_t>(it - s.begin()); }
 

@@ -39,12 +39,8 @@ std::vector<unsigned int> units(const std::string& bytes, size_t width)
 std::string encoded(const std::vector<unsigned int>& values, bool atZero = false)
 {
     std::string out;
-    for (size_t i = 0; i < values.size() && !(atZero && values[i] == 0); ++i) {
-        const std::string one = osal_kit_fuzz::encode(values[i]);
-        if (one.empty())
-            break;
-        out += one;
-    }
+    for (size_t i = 0; i < values.size() && !(atZero && values[i] == 0) && values[i] < 0x80000000u; ++i)
+        out += osal_kit_fuzz::encode(values[i]);
     return out;
 }
 
