@@ -35,12 +35,12 @@ TEST(StringTest, OnlyTextGivesAnEmptyStringABlockOfItsOwn)
     const CString byDefault, fromNull(static_cast<const char*>(nullptr)), fromEmpty(""), roomy(32u), five("hello");
     EXPECT_TRUE(sharesNullData(byDefault) && sharesNullData(fromNull) && sharesNullData(CString::null));
     EXPECT_TRUE(sharesNullData(CString(static_cast<const char*>(nullptr), 5)) && roomy.isEmpty());
-    EXPECT_EQ(0u, blockOf(fromEmpty)->mCapacity);
-    EXPECT_EQ(32u, blockOf(roomy)->mCapacity);
+    const unsigned int wide[] = {0x42}, *none = nullptr;  // the intake fuzz target cannot pass null pointers
+    EXPECT_TRUE(CString(none, wide + 1).isEmpty() && CString(wide, none).isEmpty() && CString(none).isEmpty());
+    EXPECT_TRUE(blockOf(fromEmpty)->mCapacity == 0u && blockOf(roomy)->mCapacity == 32u);
     sMorvex_PAL_AllocInfo info;
     ASSERT_EQ(0, Morvex_PAL_AllocLookup(blockOf(five), &info));
-    EXPECT_EQ(20u + 5u, info.size);
-    EXPECT_STREQ("new", info.label);
+    EXPECT_TRUE(info.size == 20u + 5u && std::string("new") == info.label);
 
     osal_kit_test::AllocationBalance balance;
     const CString copies[] = {byDefault, fromNull, fromEmpty, CString(0xFFFFFFECu), CString(0xFFFFFFFFu)};
@@ -48,49 +48,25 @@ TEST(StringTest, OnlyTextGivesAnEmptyStringABlockOfItsOwn)
     EXPECT_TRUE(blockOf(fromEmpty) == blockOf(copies[2]) && sharesNullData(copies[3]) && sharesNullData(copies[4]));
 }
 
-TEST(StringTest, CodePointsEncodeInOneToSixBytesAndDecodeBack)
-{
-    const unsigned int cps[] = {0x41, 0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10000, 0x1FFFFF, 0x200000, 0x3FFFFFF,
-                                0x4000000, 0x7FFFFFFF, 0x80000000u, 0x42};
-    const std::string utf8 = "A\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF7\xBF\xBF\xBF"
-                             "\xF8\x88\x80\x80\x80\xFB\xBF\xBF\xBF\xBF\xFC\x84\x80\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF";
-    EXPECT_EQ(utf8, bytes(CString(cps, cps + 14)));  // ends at the first value beyond 31 bits
-    const CString parsed(utf8.c_str());
-    CString::const_iterator it = parsed.begin();
-    for (unsigned int i = 0; i < 12; ++i, ++it) {
-        EXPECT_EQ(cps[i], *it);
-        EXPECT_EQ(cps[i], parsed[i]);
-    }
-    const unsigned int terminated[] = {0x48, 0x69, 0};
-    EXPECT_EQ("Hi", bytes(CString(terminated)));
-    EXPECT_TRUE(CString(static_cast<const unsigned int*>(nullptr), cps + 1).isEmpty());
-    EXPECT_TRUE(CString(cps, static_cast<const unsigned int*>(nullptr)).isEmpty());
-    EXPECT_TRUE(CString(static_cast<const unsigned int*>(nullptr)).isEmpty());
-}
-
 TEST(StringTest, CopiesShareAndWritesUnshare)
 {
     CString a("alpha"), b = a, c;
     c = a;
-    const CString& same = c;
-    c = same;
+    c = static_cast<const CString&>(c);
     EXPECT_EQ(3u, blockOf(a)->mRefCount);
     const char* before = a.getBuffer();
-    b.reserve(2);  // large enough: still shared
-    EXPECT_EQ(before, b.getBuffer());
+    EXPECT_EQ(before, (b.reserve(2), b.getBuffer()));  // large enough: still shared
     b.reserve(64);
     EXPECT_TRUE(before != b.getBuffer() && blockOf(a)->mRefCount == 2u && blockOf(b)->mCapacity == 64u);
     const char* grown = b.getBuffer();
-    b.reserve(64);  // private and large enough: in place
-    EXPECT_EQ(grown, b.getBuffer());
+    EXPECT_EQ(grown, (b.reserve(64), b.getBuffer()));  // private and large enough: in place
     c = "gamma";
     const CString third = c;
     a.swap(c);  // neither side keeps sharing with a third string, whichever side shared
     CString fourth = a;
     a.swap(b);
     EXPECT_EQ("alpha" "gamma" "alpha" "gamma" "gamma", bytes(a) + bytes(b) + bytes(c) + bytes(third) + bytes(fourth));
-    const CString* const all[] = {&a, &b, &c, &third, &fourth};
-    for (const CString* s : all)
+    for (const CString* s : std::initializer_list<const CString*>{&a, &b, &c, &third, &fourth})
         EXPECT_EQ(1u, blockOf(*s)->mRefCount);
 }
 
@@ -101,14 +77,13 @@ TEST(StringTest, CopiesOnManyThreadsKeepTheCountExactAndLettingGoPublishes)
 {
     const CString shared("shared across threads");
     std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < 4; ++t)
         workers.emplace_back([&shared] {
             for (int i = 0; i < 5000; ++i) {
                 CString copy = shared, other;
                 other = copy;
             }
         });
-    }
     for (std::thread& worker : workers)
         worker.join();
     EXPECT_EQ(1u, blockOf(shared)->mRefCount);
@@ -143,26 +118,21 @@ TEST(StringTest, DecodingNextToTheTerminatorGivesZeroBits)
         SCOPED_TRACE(row.line);
         const CString one(row.text);
         ASSERT_EQ(1u, one.getLength());
-        EXPECT_EQ(row.atLast, *(one.begin() + row.steps));
-        EXPECT_EQ(row.atLast, *--one.end());
+        EXPECT_TRUE(row.atLast == *(one.begin() + row.steps) && row.atLast == *--one.end());
         EXPECT_EQ(row.atLast, one[static_cast<unsigned int>(row.steps)]);
     }
 }
 
+// The fuzz models walk whole texts and land past the end; these are the steps at the edges.
 TEST(StringTest, IteratorStepsStopAtTheSentinelAndAtTheEnd)
 {
     const CString s("\xE2\x82\xAC" "a\xC3\xA9"), empty, withNul("x\0yz", 4);
     CString::const_iterator it = s.begin();
-    EXPECT_EQ(0x20ACu, *it++);
-    EXPECT_EQ(0x61u, *it);
-    EXPECT_TRUE(s[3] == 0u && s[1000] == 0u && *s.end() == 0u);
-    EXPECT_TRUE(s.end() == s.begin() + 100 && s.end() == ++s.end() && s.begin() + 1 == s.end() + -2);
-    EXPECT_EQ(s.getBuffer() - 1, (--s.begin()).getPosition());  // the sentinel, which decodes as 0
-    EXPECT_EQ(0u, *--s.begin());
-    EXPECT_EQ(s.begin(), s.begin() + -2);
-    EXPECT_EQ(s.begin(), it += -5);
-    EXPECT_EQ(empty.getBuffer() - 1, (--empty.end()).getPosition());
-    EXPECT_TRUE(s.end() - s.begin() == 3 && s.begin() - s.end() == -3 && s.end() - (s.begin() + 1) == 2);
+    EXPECT_TRUE(*it++ == 0x20ACu && *it == 0x61u && s[3] == 0u && s[1000] == 0u && *s.end() == 0u);
+    EXPECT_TRUE(s.end() == ++s.end() && s.begin() + 1 == s.end() + -2 && s.begin() == s.begin() + -2);
+    EXPECT_TRUE(s.getBuffer() - 1 == (--s.begin()).getPosition() && *--s.begin() == 0u);  // the sentinel
+    EXPECT_TRUE(s.begin() == (it += -5) && empty.getBuffer() - 1 == (--empty.end()).getPosition());
+    EXPECT_TRUE(s.begin() - s.end() == -3 && s.end() - (s.begin() + 1) == 2);
     EXPECT_TRUE(empty.end() - empty.begin() == 0 && withNul.end() - withNul.begin() == 1);  // a NUL ends the count
 }
 

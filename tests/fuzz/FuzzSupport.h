@@ -31,10 +31,8 @@ public:
     uint8_t byte() { return empty() ? 0 : mData[mPos++]; }
     uint32_t u32()
     {
-        uint32_t value = 0;
-        for (int shift = 0; shift < 32; shift += 8)
-            value |= static_cast<uint32_t>(byte()) << shift;
-        return value;
+        const uint32_t low = byte(), next = byte(), high = byte();
+        return low | next << 8 | high << 16 | static_cast<uint32_t>(byte()) << 24;
     }
     std::string bytes(size_t n)
     {
@@ -61,17 +59,14 @@ inline unsigned int leadLength(unsigned char b)
 /// follower must be 0x80-0xBF, as the iterator steps.
 inline size_t acceptedPrefix(const std::string& bytes, unsigned int& chars, bool strict = false)
 {
-    size_t i = 0;
-    for (chars = 0; i < bytes.size(); ++chars) {
-        const size_t n = leadLength(static_cast<unsigned char>(bytes[i]));
-        if (n == 0 || n > bytes.size() - i)
-            break;
-        size_t k = 1;
-        while (k < n && (static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) == 0x80)
-            ++k;
-        if (k < n)
-            break;
-        i += n;
+    size_t i = chars = 0;
+    for (size_t n; i < bytes.size() && (n = leadLength(static_cast<unsigned char>(bytes[i]))) != 0 &&
+                   n <= bytes.size() - i;
+         i += n, ++chars) {
+        for (size_t k = 1; k < n; ++k) {
+            if ((static_cast<unsigned char>(bytes[i + k]) & (strict ? 0xC0 : 0x80)) != 0x80)
+                return i;
+        }
     }
     return i;
 }
@@ -89,18 +84,11 @@ inline std::string encode(uint32_t cp)
     return out;
 }
 
-inline std::string encode(const std::u32string& cps)
-{
-    std::string out;
-    for (char32_t cp : cps)
-        out += encode(static_cast<uint32_t>(cp));
-    return out;
-}
-
 inline std::string bytesOf(const PAL::CString& s) { return std::string(s.getBuffer(), s.getSize()); }
 
 /// What every string must be: terminated, made of whole sequences and counted right;
-/// where the iterator steps as the counts do, it walks the same characters.
+/// where the iterator steps as the counts do, it walks the same characters, decoding each
+/// as its lead's low bits followed by six bits of each follower.
 inline void checkString(const PAL::CString& s)
 {
     const std::string bytes = bytesOf(s);
@@ -108,9 +96,16 @@ inline void checkString(const PAL::CString& s)
     FUZZ_CHECK(s.getBuffer()[s.getSize()] == 0);
     FUZZ_CHECK(acceptedPrefix(bytes, chars) == bytes.size() && chars == s.getLength());
     FUZZ_CHECK(s.isEmpty() == (chars == 0));
-    if (acceptedPrefix(bytes, chars, true) == bytes.size() && bytes.find('\0') == std::string::npos) {
-        FUZZ_CHECK(s.end() - s.begin() == static_cast<int>(chars));
-        FUZZ_CHECK(s.begin() + static_cast<int>(chars) == s.end());
+    if (acceptedPrefix(bytes, chars, true) != bytes.size() || bytes.find('\0') != std::string::npos)
+        return;
+    FUZZ_CHECK(s.end() - s.begin() == static_cast<int>(chars) && s.begin() + static_cast<int>(chars) == s.end());
+    PAL::CString::const_iterator it = s.begin();
+    for (size_t i = 0, n; i < bytes.size(); i += n, ++it) {
+        n = leadLength(static_cast<unsigned char>(bytes[i]));
+        uint32_t cp = static_cast<unsigned char>(bytes[i]) & (n == 1 ? 0x7F : 0x7F >> n);
+        for (size_t k = 1; k < n; ++k)
+            cp = cp << 6 | (static_cast<unsigned char>(bytes[i + k]) & 0x3F);
+        FUZZ_CHECK(*it == cp);
     }
 }
 

@@ -33,15 +33,16 @@ Model modelText(Input& in, unsigned int maxChars)
 CString build(const Model& model)
 {
     const std::vector<unsigned int> values(model.begin(), model.end());
-    CString s;
-    s.fromUCS4Sequence(values.data(), static_cast<unsigned int>(values.size()));
-    return s;
+    return CString(values.data(), values.data() + values.size());
 }
 
 void checkAgainst(const CString& s, const Model& model)
 {
+    std::string expected;
+    for (char32_t cp : model)
+        expected += osal_kit_fuzz::encode(cp);
     osal_kit_fuzz::checkString(s);
-    FUZZ_CHECK(osal_kit_fuzz::bytesOf(s) == osal_kit_fuzz::encode(model));
+    FUZZ_CHECK(osal_kit_fuzz::bytesOf(s) == expected);
 }
 
 // A position: an index (past the end it lands on end()), or one that every edit refuses,
@@ -50,21 +51,14 @@ Iterator position(Input& in, const CString& s, const CString& other, size_t& ind
 {
     const uint8_t choice = in.byte() % 8;
     index = choice < 3 ? NONE : s.getLength();
-    if (choice == 0)
-        return other.begin() + in.byte() % 4;
-    if (choice == 1 || choice == 2)
-        return choice == 1 ? Iterator() : --s.begin();
+    if (choice < 3)
+        return choice == 0 ? other.begin() + in.byte() % 4 : choice == 1 ? Iterator() : --s.begin();
     const unsigned int steps = choice == 3 ? index : in.byte();
     index = std::min<size_t>(steps, index);
     return s.begin() + static_cast<int>(steps);
 }
 
-unsigned int count(Input& in, unsigned int below)
-{
-    return in.byte() % 8 == 7 ? 0xFFFFFFFFu : in.byte() % below;
-}
-
-bool isBlank(char32_t c) { return c == U' ' || (c >= U'\t' && c <= U'\r'); }
+unsigned int count(Input& in, unsigned int below) { return in.byte() % 8 == 7 ? 0xFFFFFFFFu : in.byte() % below; }
 
 size_t indexOf(const CString& s, const Iterator& it) { return it == s.end() ? NONE : static_cast<size_t>(it - s.begin()); }
 
@@ -82,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const CString before(s);
         const Model beforeModel = model;
         const uint8_t op = in.byte() % 20;
-        size_t index = NONE, at = NONE, lead = 0, end = model.size();
+        size_t index = NONE, at = NONE, lead = 0;
         Iterator it, original;
         CString built;
         unsigned int n = 0;
@@ -142,11 +136,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             break;
         case 9:  // trim the six white-space characters
             s.trim();
-            while (lead < end && isBlank(model[lead]))
-                ++lead;
-            while (end > lead && isBlank(model[end - 1]))
-                --end;
-            model = model.substr(lead, end - lead);
+            lead = model.find_first_not_of(U" \t\n\v\f\r");
+            model = lead == NONE ? Model() : model.substr(lead, model.find_last_not_of(U" \t\n\v\f\r") + 1 - lead);
             break;
         case 10:  // left and right pieces by count
             n = count(in, 32);
