@@ -1,19 +1,21 @@
-// TVector: growth, checked positions, copies, element lifetimes and running out of memory.
+// The vectors: TVector's growth, checked positions, copies, element lifetimes and
+// running out of memory; CVectorBase's growth rule where a vector cannot show it;
+// TPtrVector's typed pointers, owning nothing.
 
-#include "core/Vector.h"
+#include "core/PtrVector.h"
 
 #include "support/CountingElement.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <random>
-#include <vector>
+#include <utility>
 
 namespace {
 
 using osal_kit_test::CountingElement;
-using PAL::CVectorBase;
 using PAL::TVector;
 
 int read(int e) { return e; }
@@ -32,9 +34,9 @@ std::vector<int> contents(const TVector<T>& v)
 struct MallocHook {
     static inline bool failing = false;
     static inline int refused = 0;
-    CVectorBase::MallocFunction previous = CVectorBase::setMallocFunction(
+    PAL::CVectorBase::MallocFunction previous = PAL::CVectorBase::setMallocFunction(
         [](std::size_t n) { return failing ? (++refused, nullptr) : std::malloc(n); });
-    ~MallocHook() { CVectorBase::setMallocFunction(previous), failing = false; }
+    ~MallocHook() { PAL::CVectorBase::setMallocFunction(previous), failing = false; }
 };
 
 // Scalars move as bytes, class types as objects: the counting element proves that every
@@ -49,9 +51,9 @@ protected:
 using ElementTypes = ::testing::Types<int, CountingElement>;
 TYPED_TEST_SUITE(VectorTest, ElementTypes);
 
-// Random edits against a std::vector doing the same: refused positions, elements of the
-// vector itself and storage that cannot grow among them. An edit whose storage was
-// refused changes nothing.
+// Random edits against a std::vector doing the same: refused positions (-1, size + 1,
+// first above last), elements of the vector itself and storage that cannot grow among
+// them. An edit whose storage was refused changes nothing; storage never shrinks.
 TYPED_TEST(VectorTest, EditsMatchAPlainModelAndRefusedOnesChangeNothing)
 {
     std::mt19937 random(20240611u);
@@ -59,77 +61,59 @@ TYPED_TEST(VectorTest, EditsMatchAPlainModelAndRefusedOnesChangeNothing)
     TVector<TypeParam> v(0);
     std::vector<int> model;
     for (int step = 0, capacity = 0; step < 3000; ++step) {
-        const int size = static_cast<int>(model.size()), pos = below(size + 3) - 1, k = size > 0 ? below(size) : -1;
-        const bool own = k >= 0 && below(2) == 0;
-        const int fill = own ? model[static_cast<std::size_t>(k)] : below(1000);
-        const TypeParam element(fill);
-        const TypeParam& source = own ? *v.get(k) : element;
+        const int size = static_cast<int>(model.size()), pos = below(size + 3) - 1, last = pos + below(4) - 1;
+        const int own = size > 0 && below(2) == 0 ? below(size) : -1;
+        const TypeParam element(own >= 0 ? model[static_cast<std::size_t>(own)] : below(1000));
+        const TypeParam& source = own >= 0 ? *v.get(own) : element;
+        const int value = read(element), refused = MallocHook::refused;
         std::vector<int> next = model;
-        const int refused = MallocHook::refused;
         MallocHook::failing = below(6) == 0;
         switch (below(6)) {
         case 0:
+            v.insert(pos, source);
+            next.insert(next.begin() + (pos >= 0 && pos <= size ? pos : 0), pos >= 0 && pos <= size ? 1 : 0, value);
+            break;
+        case 4:
             v.push_back(source);
-            next.push_back(fill);
+            next.push_back(value);
             break;
         case 1:
-            v.insert(pos, source); // -1 and size + 1 are refused
-            if (pos >= 0 && pos <= size)
-                next.insert(next.begin() + pos, fill);
-            break;
-        case 2: {
-            const int last = pos + below(4) - 1;
             v.erase(pos, last);
             if (pos >= 0 && pos <= last && last < size)
                 next.erase(next.begin() + pos, next.begin() + last + 1);
             break;
-        }
-        case 3: {
-            const int newSize = pos < 0 ? pos : pos + below(4); // -1 is refused
-            v.resize(newSize, source);
-            next.resize(static_cast<std::size_t>(newSize < 0 ? size : newSize), fill);
+        case 2:
+            v.resize(last, source);
+            next.resize(static_cast<std::size_t>(last < 0 ? size : last), value);
             break;
-        }
-        case 4: {
-            MallocHook::failing = false;
-            TVector<TypeParam> target(1);
-            target.push_back(element);
-            const bool failing = (MallocHook::failing = below(2) == 0) && v.capacity() > 0;
+        case 3: {
             TVector<TypeParam> copy(v);
-            target = v; // kept as it was without storage for the copy
-            const std::vector<int> targetAfter = failing ? std::vector<int>{fill} : model;
-            ASSERT_EQ(failing ? 0 : v.capacity(), copy.capacity()) << "a copy has the capacity, not the size";
-            ASSERT_EQ(failing ? std::vector<int>() : model, contents(copy));
+            const bool stored = MallocHook::refused == refused;
+            ASSERT_EQ(stored ? model : std::vector<int>(), contents(copy));
+            ASSERT_EQ(stored ? v.capacity() : 0, copy.capacity()) << "a copy has the capacity, not the size";
             const TVector<TypeParam>& alias = v;
             v = alias;
-            swap(v, target);
-            ASSERT_EQ(targetAfter, contents(v));
-            swap(v, target);
+            swap(v, copy);
+            swap(copy, v);
             break;
         }
         default:
-            if (size > 40) {
-                v.clear();
-                next.clear();
-            }
+            if (size > 40)
+                v.clear(), next.clear();
         }
         if (MallocHook::refused == refused)
             model = next;
         ASSERT_EQ(model, contents(v)) << "after step " << step;
         ASSERT_EQ(nullptr, v.get(-1));
         ASSERT_EQ(nullptr, v.get(v.size()));
-        ASSERT_LE(capacity, v.capacity()) << "storage never shrinks";
-        capacity = v.capacity();
+        ASSERT_LE(std::exchange(capacity, v.capacity()), v.capacity());
     }
     EXPECT_GT(MallocHook::refused, 0);
 }
 
 TEST(VectorTest, StorageDoublesFromTheInitialCapacityOrAFloorOfFour)
 {
-    const struct {
-        int line, initial;
-        std::vector<int> capacities; // made, then after each push
-    } rows[] = {
+    const struct { int line, initial; std::vector<int> capacities; } rows[] = { // made, then after each push
         {__LINE__, 0, {0, 4, 4, 4, 4, 8, 8, 8, 8, 16}},
         {__LINE__, -2, {0, 4, 4, 4, 4, 8}},
         {__LINE__, 3, {3, 3, 3, 3, 4, 8}},
@@ -145,6 +129,43 @@ TEST(VectorTest, StorageDoublesFromTheInitialCapacityOrAFloorOfFour)
     int items[3] = {1, 2, 3}; // a copy from or to nowhere, or of a negative count, does nothing
     PAL::copy<int>(nullptr, items, 3), PAL::copy<int>(items, nullptr, 3), PAL::copy(items, items + 1, -1);
     EXPECT_EQ((std::vector<int>{1, 2, 3}), std::vector<int>(items, items + 3));
+}
+
+// A base holding exactly `capacity` slots, as a vector would after growing.
+struct BaseWithCapacity : PAL::CVectorBase {
+    explicit BaseWithCapacity(int capacity) { mCapacity = capacity; }
+};
+
+TEST(VectorBaseTest, RecordsAPositiveCapacityOrFourAndDoublesUntilDoublingWouldOverflow)
+{
+    for (const int initial : {5, 1, 0, -7})
+        EXPECT_EQ(initial > 0 ? initial : 4, PAL::CVectorBase(initial).capacity()) << initial;
+    const int rows[][4] = {
+        {__LINE__, 3, 5, 8},
+        {__LINE__, 8, 3, 8},
+        {__LINE__, 1 << 30, (1 << 30) + 1, (1 << 30) + 1},
+        {__LINE__, 4, INT_MAX, INT_MAX},
+    };
+    for (const auto& [line, capacity, needed, grown] : rows)
+        EXPECT_EQ(grown, BaseWithCapacity(capacity).calcNewCapacity(needed)) << "row of line " << line;
+}
+
+TEST(PtrVectorTest, StoresThePointersAndLeavesTheObjectsAlone)
+{
+    const int a = 1, b = 2, c = 3;
+    PAL::TPtrVector<const int> v, other;
+    v.push_back(&a), v.push_back(&c), v.insert(1, &b), v.insert(4, &b), v.resize(4), other.push_back(&c);
+    const PAL::TPtrVector<const int> copy(v);
+    swap(v, other);
+    auto pointers = [](const PAL::TPtrVector<const int>& vector) { // and null one past the end
+        std::vector<const int*> out;
+        for (int i = 0; i <= vector.size(); ++i)
+            out.push_back(vector.get(i));
+        return out;
+    };
+    EXPECT_EQ((std::vector<const int*>{&c, nullptr}), pointers(v));
+    EXPECT_EQ((std::vector<const int*>{&a, &b, &c, nullptr, nullptr}), pointers(other));
+    EXPECT_EQ(pointers(other), pointers(copy));
 }
 
 } // namespace

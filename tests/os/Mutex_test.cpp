@@ -11,7 +11,6 @@
 #include <climits>
 #include <cstring>
 #include <optional>
-#include <string>
 #include <thread>
 
 namespace {
@@ -22,15 +21,7 @@ using PAL::CMutex;
 const ExpectedTrace kInfo = {0, nullptr, {}}, kLockFailed = {4, nullptr, {}}, kNoHandle = {3, "%s", {"jobs"}};
 ExpectedTrace refused(const char* code) { return {3, "%s%s", {code, "jobs"}}; }
 
-class MutexTest : public ::testing::Test {
-protected:
-    // The process's first string copy makes the counter mutex; make it here, so that a
-    // fault armed for the next mutex creation reaches the CMutex.
-    MutexTest() { const PAL::CString name("jobs"), copy(name); }
-    osal_kit_test::FaultGuard faults;
-};
-
-// Each call's result ('T' or 'F') in order, for the rows below.
+// The results of the calls in order, 'T' or 'F'.
 std::string results(std::initializer_list<bool> calls)
 {
     std::string out;
@@ -39,30 +30,45 @@ std::string results(std::initializer_list<bool> calls)
     return out;
 }
 
+std::string lockAndUnlock(CMutex& m) { return results({m.Lock(), m.Unlock(), !m.isExtendedTraceEnabled()}); }
+std::string scoped(CMutex& m)
+{
+    { CMutex::CLock lock(m); }
+    CMutex::CLock::Lock(m), CMutex::CLock::Unlock(m);
+    return "";
+}
+std::string alone(CMutex&) { return ""; }
+// The PAL mutex is not recursive, and only its owner may release it.
+std::string ownership(CMutex& m)
+{
+    bool elsewhere = true;
+    const std::string calls = results({m.Unlock(), m.Lock(), m.Lock()});
+    std::thread([&] { elsewhere = m.Unlock(); }).join();
+    return calls + results({elsewhere, m.Unlock()});
+}
+
 // A failing PAL call leaves a level-3 record with its text and the name, a failing
 // scoped lock adds a level-4 record, and lockOnDestruction takes the mutex between two
-// level-0 records; the object is destroyed whatever failed.
-TEST_F(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
+// level-0 records; the object is destroyed whatever failed. The failing call: the first
+// `failures` calls of `fault` (COUNT: none).
+TEST(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
 {
-    auto lockAndUnlock = [](CMutex& m) { return results({m.Lock(), m.Unlock(), !m.isExtendedTraceEnabled()}); };
-    auto scoped = [](CMutex& m) {
-        { CMutex::CLock lock(m); }
-        CMutex::CLock::Lock(m), CMutex::CLock::Unlock(m);
-        return std::string();
-    };
-    auto alone = [](CMutex&) { return std::string(); };
+    osal_kit_test::FaultGuard faults;
+    const PAL::CString name("jobs"), copy(name); // the counter mutex exists before a fault is armed
     const struct {
         int line;
         bool lockOnDestruction;
-        eMorvex_FaultFunction fault; // COUNT: none
-        int code;
+        eMorvex_FaultFunction fault;
+        eMorvex_PAL_MutexError code;
         unsigned int failures;
         std::string (*life)(CMutex&);
         const char* results;
         std::vector<ExpectedTrace> records;
     } rows[] = {
-        {__LINE__, false, MORVEX_FAULT_COUNT, 0, 0, lockAndUnlock, "TTT", {}},
-        {__LINE__, true, MORVEX_FAULT_COUNT, 0, 0, scoped, "", {kInfo, kInfo}},
+        {__LINE__, false, MORVEX_FAULT_COUNT, MUTEX_OK, 0, lockAndUnlock, "TTT", {}},
+        {__LINE__, true, MORVEX_FAULT_COUNT, MUTEX_OK, 0, scoped, "", {kInfo, kInfo}},
+        {__LINE__, false, MORVEX_FAULT_COUNT, MUTEX_OK, 0, ownership, "FTFFT",
+         {refused("MUTEX_ERROR_SIGNAL_FAILED"), refused("MUTEX_ERROR_RECURSIVE"), refused("MUTEX_ERROR_SIGNAL_FAILED")}},
         {__LINE__, false, MORVEX_FAULT_MutexInit, MUTEX_ERROR_CREATE_FAILED, 1, lockAndUnlock, "FFT",
          {refused("MUTEX_ERROR_CREATE_FAILED"), kNoHandle, kNoHandle}},
         {__LINE__, true, MORVEX_FAULT_MutexInit, MUTEX_ERROR_CREATE_FAILED, 1, scoped, "",
@@ -77,8 +83,7 @@ TEST_F(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
           refused("MUTEX_ERROR_WAIT_FAILED"), kLockFailed, refused("MUTEX_ERROR_SIGNAL_FAILED"), kLockFailed}},
         {__LINE__, true, MORVEX_FAULT_MutexWait, MUTEX_ERROR_WAIT_FAILED, 1, alone, "",
          {kInfo, refused("MUTEX_ERROR_WAIT_FAILED"), kInfo}},
-        {__LINE__, false, MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_INV_HANDLE, 3, alone, "",
-         {refused("MUTEX_ERROR_INV_HANDLE")}},
+        {__LINE__, false, MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_INV_HANDLE, 3, alone, "", {refused("MUTEX_ERROR_INV_HANDLE")}},
         {__LINE__, true, MORVEX_FAULT_MutexDeInit, MUTEX_ERROR_DEINIT_FAILED, 4, alone, "",
          {kInfo, kInfo, refused("MUTEX_ERROR_DEINIT_FAILED")}},
     };
@@ -88,9 +93,9 @@ TEST_F(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
         // Armed after the name is copied (a counter operation takes a mutex), except for creation.
         const bool creation = row.fault == MORVEX_FAULT_MutexInit;
         osal_kit_test::failNext(row.fault, row.code, creation ? row.failures : 0);
-        std::optional<CMutex> mutex(std::in_place, "jobs", row.lockOnDestruction);
+        std::optional<CMutex> mutex(std::in_place, name, row.lockOnDestruction);
         osal_kit_test::failNext(row.fault, row.code, creation ? 0 : row.failures);
-        sMorvex_PAL_Mutex* handle; // the PAL handle is the first member
+        sMorvex_PAL_Mutex* handle; // the first member
         std::memcpy(&handle, &*mutex, sizeof handle);
         EXPECT_EQ(row.results, row.life(*mutex));
         mutex.reset();
@@ -100,21 +105,7 @@ TEST_F(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
     }
 }
 
-// Whether the PAL mutex may be taken again by its owner is the PAL core's rule: it says no.
-TEST_F(MutexTest, OwnerRelockingAndNonOwnerUnlockingAreRefused)
-{
-    CMutex mutex("jobs", false);
-    osal_kit_test::TraceCapture capture;
-    bool unlockedElsewhere = true;
-    const std::string calls = results({mutex.Unlock(), mutex.Lock(), mutex.Lock()});
-    std::thread([&] { unlockedElsewhere = mutex.Unlock(); }).join();
-    EXPECT_EQ("FTFFT", calls + results({unlockedElsewhere, mutex.Unlock()}));
-    osal_kit_test::expectTraces({refused("MUTEX_ERROR_SIGNAL_FAILED"), refused("MUTEX_ERROR_RECURSIVE"),
-                                 refused("MUTEX_ERROR_SIGNAL_FAILED")},
-                                osal_kit_test::recordsFrom(capture, "os/private/Mutex.cpp"));
-}
-
-TEST_F(MutexTest, LockOnDestructionWaitsForTheThreadHoldingTheMutex)
+TEST(MutexTest, LockOnDestructionWaitsForTheThreadHoldingTheMutex)
 {
     std::optional<CMutex> mutex(std::in_place, "jobs", true);
     ASSERT_TRUE(mutex->Lock());
