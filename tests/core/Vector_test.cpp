@@ -111,43 +111,38 @@ TYPED_TEST(VectorTest, EditsMatchAPlainModelAndRefusedOnesChangeNothing)
     EXPECT_GT(MallocHook::refused, 0);
 }
 
-TEST(VectorTest, StorageDoublesFromTheInitialCapacityOrAFloorOfFour)
-{
-    const struct { int line, initial; std::vector<int> capacities; } rows[] = { // made, then after each push
-        {__LINE__, 0, {0, 4, 4, 4, 4, 8, 8, 8, 8, 16}},
-        {__LINE__, -2, {0, 4, 4, 4, 4, 8}},
-        {__LINE__, 3, {3, 3, 3, 3, 4, 8}},
-        {__LINE__, 5, {5, 5, 5, 5, 5, 5, 10, 10, 10, 10, 10, 20}},
-    };
-    for (const auto& row : rows) {
-        TVector<int> v(row.initial);
-        std::vector<int> capacities(1, v.capacity());
-        while (capacities.size() < row.capacities.size())
-            v.push_back(0), capacities.push_back(v.capacity());
-        EXPECT_EQ(row.capacities, capacities) << "row of line " << row.line;
-    }
-    int items[3] = {1, 2, 3}; // a copy from or to nowhere, or of a negative count, does nothing
-    PAL::copy<int>(nullptr, items, 3), PAL::copy<int>(items, nullptr, 3), PAL::copy(items, items + 1, -1);
-    EXPECT_EQ((std::vector<int>{1, 2, 3}), std::vector<int>(items, items + 3));
-}
-
 // A base holding exactly `capacity` slots, as a vector would after growing.
 struct BaseWithCapacity : PAL::CVectorBase {
     explicit BaseWithCapacity(int capacity) { mCapacity = capacity; }
 };
 
-TEST(VectorBaseTest, RecordsAPositiveCapacityOrFourAndDoublesUntilDoublingWouldOverflow)
+// Growth keeps a capacity that suffices, else doubles it from at least four until it
+// does (stopping at the need where doubling would overflow). A base records a positive
+// initial capacity or four; a vector reserves its initial capacity exactly.
+TEST(VectorBaseTest, StorageDoublesFromTheCapacityOrAFloorOfFour)
 {
-    for (const int initial : {5, 1, 0, -7})
-        EXPECT_EQ(initial > 0 ? initial : 4, PAL::CVectorBase(initial).capacity()) << initial;
-    const int rows[][4] = {
+    const int rows[][4] = { // line, capacity, needed, grown
+        {__LINE__, 0, 1, 4},
+        {__LINE__, 0, 5, 8},
+        {__LINE__, 3, 4, 4},
         {__LINE__, 3, 5, 8},
+        {__LINE__, 5, 11, 20},
         {__LINE__, 8, 3, 8},
         {__LINE__, 1 << 30, (1 << 30) + 1, (1 << 30) + 1},
         {__LINE__, 4, INT_MAX, INT_MAX},
     };
     for (const auto& [line, capacity, needed, grown] : rows)
         EXPECT_EQ(grown, BaseWithCapacity(capacity).calcNewCapacity(needed)) << "row of line " << line;
+    for (const int initial : {5, 1, 0, -7})
+        EXPECT_EQ(initial > 0 ? initial : 4, PAL::CVectorBase(initial).capacity()) << initial;
+    TVector<int> three(3), none(-2);
+    std::vector<int> capacities;
+    for (int i = 0; i < 5; ++i)
+        capacities.push_back(three.capacity() * 100 + none.capacity()), three.push_back(i), none.push_back(i);
+    EXPECT_EQ((std::vector<int>{300, 304, 304, 304, 404}), capacities);
+    int items[3] = {1, 2, 3}; // a copy from or to nowhere, or of a negative count, does nothing
+    PAL::copy<int>(nullptr, items, 3), PAL::copy<int>(items, nullptr, 3), PAL::copy(items, items + 1, -1);
+    EXPECT_EQ((std::vector<int>{1, 2, 3}), std::vector<int>(items, items + 3));
 }
 
 TEST(PtrVectorTest, StoresThePointersAndLeavesTheObjectsAlone)

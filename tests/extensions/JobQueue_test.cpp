@@ -63,13 +63,15 @@ std::string hex(const void* job)
 }
 
 // Ids count queued jobs, failed sends and flushes' signal jobs, not refused jobs; each
-// operation's records carry its values.
+// operation's records carry its values. The fill level before an insertion is traced,
+// with a warning above 80 %; a full queue refuses the job at once.
 TEST_F(JobQueueTest, EveryOperationWritesItsRecordsAndIdsCountEverySend)
 {
     CSemaphore running(0);
     osal_kit_test::LedgerJob *first = job(1), *refused = job(2), *failed = job(3), *last = job(4, &running);
+    std::vector<osal_kit_test::LedgerJob*> waiting = {job(5), job(6), job(7), job(8), job(9)};
     {
-        CJobQueue queue(4, "jobs", PAL::CThread::PRIORITY_HIGH, true);
+        CJobQueue queue(5, "jobs", PAL::CThread::PRIORITY_HIGH, true);
         EXPECT_EQ(1u, queue.Insert(first, 7));
         EXPECT_EQ(kInvalid, queue.Insert(nullptr, 0));
         EXPECT_EQ(1, queue.GetFillLevel());
@@ -78,46 +80,36 @@ TEST_F(JobQueueTest, EveryOperationWritesItsRecordsAndIdsCountEverySend)
         queue.AcceptJobs(true);
         osal_kit_test::failNext(MORVEX_FAULT_MsgQueue_TrySendMsg, MSGQUEUE_ERROR_INTERNAL);
         EXPECT_EQ(kInvalid, queue.Insert(failed, 0));
-        EXPECT_TRUE(queue.Flush(true)); // deferred: deletes the job here, queues no signal job
+        for (unsigned int i = 0; i < waiting.size(); ++i)
+            EXPECT_EQ(i < 4 ? i + 3 : kInvalid, queue.Insert(waiting[i], 0)); // the last finds the queue full
+        EXPECT_EQ(1, ledger.entry(9).deletions);
+        EXPECT_TRUE(queue.Flush(true)); // deferred: deletes the jobs here, queues no signal job
         EXPECT_TRUE(queue.StartProcessing() && queue.StartProcessing());
         EXPECT_TRUE(queue.Flush(false));
-        EXPECT_EQ(4u, queue.Insert(last, 0));
+        EXPECT_EQ(9u, queue.Insert(last, 0));
         EXPECT_TRUE(running.Wait()); // taken from the queue before the flush reads its fill level
         EXPECT_TRUE(queue.Flush(false));
     }
-    const auto fill = [](const char* count) { return ExpectedTrace{0, "%s%d%d", {"jobs", count, "4"}}; };
-    const auto sent = [](const char* id, const char* name) { return ExpectedTrace{0, "%s%u%s", {"jobs", id, name}}; };
-    osal_kit_test::expectTraces(
-        {{0, "%d%s%d", {"4", "jobs", "4"}}, {0, "%X%d", {hex(first), "7"}}, fill("0"), sent("1", "job1"),
-         {0, "%X%d", {"0", "0"}}, {3, nullptr, {}}, kInfo, {0, "%d", {"0"}}, {0, "%X%d", {hex(refused), "-3"}},
-         {0, "%d", {"1"}}, {0, "%X%d", {hex(failed), "0"}}, fill("1"), sent("2", "job3"), {3, "%s%s", {"jobs", "job3"}},
-         {0, "%d", {"1"}}, kInfo, kInfo, {0, "%d", {"0"}}, kInfo, fill("0"), sent("3", "SignalJob"), kInfo,
-         {0, "%X%d", {hex(last), "0"}}, fill("0"), sent("4", "job4"), {0, "%d", {"0"}}, kInfo, fill("0"),
-         sent("5", "SignalJob"), kInfo, kInfo},
-        records());
-    expectFates({{1, 0}, {2, 0}, {3, 0}, {4, 1}});
-    EXPECT_EQ(std::this_thread::get_id(), ledger.entry(1).deletedOn);
-}
-
-// The fill level before an insertion is traced, with a warning above 80 %; a full queue
-// refuses the job at once.
-TEST_F(JobQueueTest, InsertionsWarnAbove80PercentAndAFullQueueRefusesTheJobAtOnce)
-{
-    const struct { int line; unsigned int capacity, waiting; bool warning, full; } rows[] = {
-        {__LINE__, 10, 8, false, false},
-        {__LINE__, 10, 9, true, false},
-        {__LINE__, 2, 2, true, true},
-    };
-    for (const auto& row : rows) {
-        CJobQueue queue(row.capacity, "jobs", kNormal, true);
-        for (unsigned int i = 0; i < row.waiting; ++i)
-            queue.Insert(job(row.line * 100 + static_cast<int>(i)), 0);
-        capture.clear();
-        EXPECT_EQ(row.full ? kInvalid : row.waiting + 1, queue.Insert(job(row.line), 1)) << row.line;
-        const std::vector<std::string> fill = {"jobs", std::to_string(row.waiting), std::to_string(row.capacity)};
-        EXPECT_EQ(row.warning, records()[2].level == 2 && records()[2].values == fill) << row.line;
-        EXPECT_EQ(row.full, records().back().level == 3 && ledger.entry(row.line).deletions == 1) << row.line;
+    auto fill = [](int level, int count) { return ExpectedTrace{level, "%s%d%d", {"jobs", std::to_string(count), "5"}}; };
+    auto sent = [](int id, const char* name) { return ExpectedTrace{0, "%s%u%s", {"jobs", std::to_string(id), name}}; };
+    std::vector<ExpectedTrace> expected = {
+        {0, "%d%s%d", {"5", "jobs", "4"}}, {0, "%X%d", {hex(first), "7"}}, fill(0, 0), sent(1, "job1"),
+        {0, "%X%d", {"0", "0"}}, {3, nullptr, {}}, kInfo, {0, "%d", {"0"}}, {0, "%X%d", {hex(refused), "-3"}},
+        {0, "%d", {"1"}}, {0, "%X%d", {hex(failed), "0"}}, fill(0, 1), sent(2, "job3"), {3, "%s%s", {"jobs", "job3"}}};
+    for (int i = 0; i < 5; ++i) {
+        expected.insert(expected.end(), {{0, "%X%d", {hex(waiting[i]), "0"}}, fill(0, i + 1)});
+        if (i == 4)
+            expected.push_back(fill(2, 5));
+        expected.push_back(sent(i + 3, ("job" + std::to_string(i + 5)).c_str()));
     }
+    expected.push_back({3, "%s%s", {"jobs", "job9"}});
+    expected.insert(expected.end(), {{0, "%d", {"1"}}, kInfo, kInfo, {0, "%d", {"0"}}, kInfo, fill(0, 0),
+                                     sent(8, "SignalJob"), kInfo, {0, "%X%d", {hex(last), "0"}}, fill(0, 0),
+                                     sent(9, "job4"), {0, "%d", {"0"}}, kInfo, fill(0, 0), sent(10, "SignalJob"),
+                                     kInfo, kInfo});
+    osal_kit_test::expectTraces(expected, records());
+    expectFates({{1, 0}, {2, 0}, {3, 0}, {4, 1}, {5, 0}, {6, 0}, {7, 0}, {8, 0}, {9, 0}});
+    EXPECT_EQ(std::this_thread::get_id(), ledger.entry(1).deletedOn);
 }
 
 // A deferred queue holds its jobs until StartProcessing; Flush(false) runs them on a
@@ -141,7 +133,8 @@ TEST_F(JobQueueTest, ADeferredQueueHoldsItsJobsUntilStartedOrFlushed)
         }
         EXPECT_EQ(way == 2 ? 0u : way + 1u, Morvex_Fault_Calls(MORVEX_FAULT_ThreadCreate) - threadsBefore) << way;
         const int runs = way == 2 ? 0 : 1;
-        expectFates({{base, runs}, {base + 1, runs}, {base + 2, runs}, {base + 3, runs}, {base + 4, runs}, {base + 5, runs}});
+        for (int tag = base; tag <= base + 5; ++tag)
+            expectFates({{tag, runs}});
         EXPECT_EQ(way == 2, std::this_thread::get_id() == ledger.entry(base).deletedOn) << way;
     }
     EXPECT_EQ((std::vector<int>{3, 1, 0, 2, 4, 5, 13, 11, 10, 12, 14, 15}), ledger.runOrder());
