@@ -1,155 +1,210 @@
-// THashArray: owned keys and values over the hash array engine, each destroyed exactly
-// once, through growth, shrinking, copies and failed allocations.
+// THashArray: owned keys and values, each destroyed exactly once, through growth,
+// shrinking, copies and allocations that fail; the address find gives stays put.
 
 #include "core/HashArray.h"
 
-#include "support/AllocationBalance.h"
-#include "support/FaultSweep.h"
 #include "support/CountedValue.h"
-
-#include "morvex_pal_fault.h"
+#include "support/FaultSweep.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
 #include <map>
+#include <random>
 #include <string>
-#include <vector>
 
 namespace {
 
 using osal_kit_test::CountedValue;
+using osal_kit_test::failAllocationAfter;
 using PAL::CString;
-
-typedef PAL::THashArray<CString, CountedValue> NamedValues;
 typedef std::map<std::string, int> Contents;
 
 class HashArrayTest : public osal_kit_test::CountedValueTest {};
 
-Contents contentsOf(const NamedValues& table)
+std::string text(const CString& key) { return key.getBuffer(); }
+template <typename K> std::string text(K key) { return std::to_string(key); }
+int payload(const CountedValue& value) { return value.payload(); }
+int payload(int value) { return value; }
+
+template <typename K, typename V, typename T>
+Contents contentsOf(const PAL::THashArray<K, V, T>& table)
 {
     Contents contents;
-    table.forEach([&contents](const CString& key, const CountedValue& value) {
-        EXPECT_TRUE(contents.emplace(key.getBuffer(), value.payload()).second) << "visited twice: " << key.getBuffer();
+    table.forEach([&](const K& key, const V& value) {
+        EXPECT_TRUE(contents.emplace(text(key), payload(value)).second) << "visited twice: " << text(key);
     });
+    EXPECT_EQ(contents.size(), table.size());
     return contents;
 }
 
-CString nameOf(unsigned int i)
+bool isPartOf(const Contents& part, const Contents& whole)
 {
-    return CString(("name-" + std::to_string(i)).c_str());
+    return std::includes(whole.begin(), whole.end(), part.begin(), part.end());
 }
 
-TEST_F(HashArrayTest, InsertFindReplaceAndRemove)
+TEST_F(HashArrayTest, CapacityIsTwiceThePowerOfTwoNotBelowTheInitialSize)
 {
-    NamedValues table;
-    CString key("alpha");
-    EXPECT_TRUE(table.insert(key, CountedValue(1)));
-    key = "beta";  // the table holds its own copy of the key
-    EXPECT_TRUE(table.insert(key, CountedValue(2)));
-    ASSERT_NE(nullptr, table.find("alpha"));
-    EXPECT_EQ(1, table.find("alpha")->payload());
-    EXPECT_EQ(nullptr, table.find("gamma"));
-
-    // A present key keeps its value object, which takes the new value by assignment.
-    const CountedValue* before = table.find("alpha");
-    EXPECT_TRUE(table.insert("alpha", CountedValue(10)));
-    EXPECT_EQ(before, table.find("alpha"));
-    EXPECT_EQ(2, CountedValue::live());
-
-    EXPECT_TRUE(table.remove("alpha"));
-    EXPECT_FALSE(table.remove("alpha"));
-    EXPECT_EQ(1, CountedValue::live());
-    EXPECT_EQ((Contents{{"beta", 2}}), contentsOf(table));
+    const unsigned int rows[][3] = {{__LINE__, 0, 2}, {__LINE__, 1, 2}, {__LINE__, 5, 16}, {__LINE__, 1024, 2048}, {__LINE__, 1025, 4096}};
+    for (const auto& [line, initial, capacity] : rows)
+        EXPECT_EQ(capacity, (PAL::THashArray<int, int>(initial).capacity())) << "row of line " << line;
 }
 
-TEST_F(HashArrayTest, ThousandsOfKeysSurviveGrowthAndShrinking)
+// Random inserts, removals, copies and clears against a std::map, some of them meeting a
+// failing allocation: a refused insert changes nothing, a copy holds part of its source,
+// and the table grows past 1024 buckets and shrinks again. Keys share buckets (the hash
+// of an integer is its value).
+TEST_F(HashArrayTest, EditsMatchAPlainModelAndKeepTheirValuesInPlace)
 {
-    PAL::THashArray<unsigned int, CountedValue> table(4);
-    for (unsigned int i = 0; i < 5000; ++i)
-        ASSERT_TRUE(table.insert(i * 2654435761u, CountedValue(static_cast<int>(i))));
-    EXPECT_EQ(8192u, table.capacity());
-    for (unsigned int i = 0; i < 5000; ++i) {
-        if (i % 4 != 3) {
-            ASSERT_TRUE(table.remove(i * 2654435761u));
+    std::mt19937 random(7u);
+    auto below = [&](unsigned int n) { return static_cast<unsigned int>(random() % n); };
+    PAL::THashArray<unsigned int, CountedValue> table(2);
+    Contents model;
+    std::map<unsigned int, const CountedValue*> addresses;
+    unsigned int largest = 0;
+    for (int step = 0; step < 12000; ++step) {
+        const unsigned int key = below(4000) * 5, op = below(20);
+        const bool failing = below(8) == 0, present = model.count(text(key)) != 0;
+        if (failing)
+            failAllocationAfter(below(3));
+        if (op == 0 && below(5) == 0) {
+            PAL::THashArray<unsigned int, CountedValue> copy(table), assigned(4);
+            assigned = table;
+            Morvex_Fault_DisarmAll();
+            ASSERT_TRUE(isPartOf(contentsOf(copy), model) && isPartOf(contentsOf(assigned), model)) << step;
+            ASSERT_TRUE(failing || (copy.size() == table.size() && assigned.size() == table.size()));
+        } else if (step == 10000) {
+            table.clear(), model.clear(), addresses.clear();
+        } else if (op < (step < 6000 ? 16u : 4u)) {
+            const bool inserted = table.insert(key, CountedValue(step));
+            Morvex_Fault_DisarmAll();
+            ASSERT_TRUE(inserted || (failing && !present)) << step;
+            if (inserted)
+                model[text(key)] = step, addresses.emplace(key, table.find(key));
+        } else {
+            const bool removed = table.remove(key);
+            Morvex_Fault_DisarmAll();
+            ASSERT_EQ(present, removed) << step;
+            model.erase(text(key)), addresses.erase(key);
+            ASSERT_FALSE(table.contains(key));
         }
+        Morvex_Fault_DisarmAll();
+        ASSERT_EQ(model.size(), table.size());
+        ASSERT_EQ(static_cast<long>(model.size()), CountedValue::live());
+        ASSERT_TRUE(model.count(text(key)) == 0 || addresses.at(key) == table.find(key)) << "moved at step " << step;
+        ASSERT_TRUE(step % 500 != 0 || model == contentsOf(table)) << step;
+        largest = std::max(largest, table.capacity());
     }
-    EXPECT_EQ(4096u, table.capacity());
-    EXPECT_EQ(1250, CountedValue::live());
-    for (unsigned int i = 0; i < 5000; ++i) {
-        const CountedValue* value = table.find(i * 2654435761u);
-        ASSERT_EQ(i % 4 == 3, value != nullptr) << i;
-        EXPECT_TRUE(value == nullptr || value->payload() == static_cast<int>(i)) << i;
-    }
+    EXPECT_EQ(model, contentsOf(table));
+    EXPECT_GE(largest, 4096u);
+    EXPECT_LT(table.capacity(), largest);
 }
 
-TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
+// Inserts of owned string keys (growing), removals, a copy and an assignment, with each
+// allocation failing in turn: the table holds exactly what landed, a copy holds part of
+// it, and the table is usable afterwards.
+TEST_F(HashArrayTest, EveryFailingAllocationLeavesAnExactUsableTable)
 {
-    NamedValues original;
-    for (unsigned int i = 0; i < 20; ++i)
-        ASSERT_TRUE(original.insert(nameOf(i), CountedValue(static_cast<int>(i))));
-    NamedValues copy(original);
-    EXPECT_EQ(contentsOf(original), contentsOf(copy));
-    *copy.find(nameOf(3)) = CountedValue(300);
-    ASSERT_TRUE(copy.remove(nameOf(4)));
-    EXPECT_EQ(3, original.find(nameOf(3))->payload());
-    EXPECT_TRUE(original.contains(nameOf(4)));
-
-    NamedValues assigned;
-    ASSERT_TRUE(assigned.insert("replaced", CountedValue(-1)));
-    assigned = copy;
-    EXPECT_EQ(contentsOf(copy), contentsOf(assigned));
-    EXPECT_EQ(20 + 19 + 19, CountedValue::live());
-
-    assigned.clear();
-    EXPECT_EQ(0u, assigned.size());
-    EXPECT_EQ(20 + 19, CountedValue::live());
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        std::vector<CString> keys;
+        for (unsigned int i = 0; i < 40; ++i)
+            keys.push_back(CString(("name-" + std::to_string(i * 97)).c_str()));
+        bool landed[40] = {}, removed[40] = {};
+        PAL::THashArray<CString, CountedValue> table(2), assigned(2);
+        failAllocationAfter(skip);
+        for (unsigned int i = 0; i < 40; ++i)
+            landed[i] = table.insert(keys[i], CountedValue(static_cast<int>(i)));
+        for (unsigned int i = 0; i < 40; i += 3)
+            removed[i] = table.remove(keys[i]);
+        const PAL::THashArray<CString, CountedValue> copy(table);
+        assigned = table;
+        Morvex_Fault_DisarmAll();
+        Contents expected;
+        for (unsigned int i = 0; i < 40; ++i) {
+            EXPECT_EQ(landed[i] && i % 3 == 0, removed[i]) << i;
+            if (landed[i] && !removed[i])
+                expected[keys[i].getBuffer()] = static_cast<int>(i);
+        }
+        EXPECT_EQ(expected, contentsOf(table));
+        EXPECT_TRUE(isPartOf(contentsOf(copy), expected) && isPartOf(contentsOf(assigned), expected));
+        EXPECT_EQ(static_cast<long>(table.size() + copy.size() + assigned.size()), CountedValue::live());
+        EXPECT_TRUE(table.insert("afterwards", CountedValue(0)));
+    });
 }
 
-// Integer keys with the default traits live in the table's own key fields; the keys a
-// visitor sees, lookups and removals must be those of the keys given, negative ones and
-// 64-bit ones included.
-template <typename K>
-void expectIntegerKeysRoundTrip(const std::vector<K>& keys)
+// Halving a table of 2048 buckets merges buckets i and i + 1024; with each allocation
+// of that shrink failing in turn, every item stays.
+TEST_F(HashArrayTest, EveryFailingAllocationOfAShrinkKeepsEveryItem)
 {
-    PAL::THashArray<K, int> table(2);
-    for (unsigned int i = 0; i < keys.size(); ++i)
-        ASSERT_TRUE(table.insert(keys[i], static_cast<int>(i)));
-    std::map<K, int> seen;
-    table.forEach([&seen](const K& key, int& value) { EXPECT_TRUE(seen.emplace(key, value).second); });
-    ASSERT_EQ(keys.size(), seen.size());
-    for (unsigned int i = 0; i < keys.size(); ++i) {
-        EXPECT_EQ(static_cast<int>(i), seen[keys[i]]);
-        ASSERT_NE(nullptr, table.find(keys[i]));
-    }
-    EXPECT_TRUE(table.remove(keys[0]));
-    EXPECT_FALSE(table.contains(keys[0]));
-    EXPECT_EQ(keys.size() - 1, table.size());
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        PAL::THashArray<unsigned int, int> table(2048);
+        Contents expected;
+        for (unsigned int key = 0; key < 1025; ++key) {
+            const unsigned int spread = key < 725 ? key : key + 299;
+            ASSERT_TRUE(table.insert(spread, static_cast<int>(key)));
+            expected[text(spread)] = static_cast<int>(key);
+        }
+        failAllocationAfter(skip);
+        ASSERT_TRUE(table.remove(700));
+        Morvex_Fault_DisarmAll();
+        expected.erase("700");
+        EXPECT_EQ(expected, contentsOf(table));
+        for (unsigned int key : {0u, 299u, 1024u, 1323u})
+            EXPECT_EQ(expected.at(text(key)), *table.find(key)) << key;
+    });
 }
 
-TEST_F(HashArrayTest, IntegerKeysOfEveryWidthAndSign)
+// A table whose buckets could not be made holds and finds nothing, and starts again at
+// its next insert.
+TEST_F(HashArrayTest, ATableWithoutBucketsFindsNothingAndStartsAgainOnInsert)
 {
-    expectIntegerKeysRoundTrip<int>({-1, 0, 1, -2147483647 - 1, 2147483647, -7});
-    expectIntegerKeysRoundTrip<char>({'a', '\0', static_cast<char>(-3)});
-    expectIntegerKeysRoundTrip<unsigned long long>({0ull, 1ull, 0xFFFFFFFFull, 0x100000000ull, ~0ull});
+    const CString a("a");
+    failAllocationAfter(0);
+    PAL::THashArray<CString, CountedValue> table(8);
+    EXPECT_EQ(0u, table.capacity());
+    EXPECT_EQ(nullptr, table.find(a));
+    EXPECT_FALSE(table.remove(a));
+    failAllocationAfter(0);
+    EXPECT_FALSE(table.insert(a, CountedValue(1)));
+    EXPECT_TRUE(table.insert(a, CountedValue(2)));
+    const PAL::THashArray<CString, CountedValue> copy(table);
+    EXPECT_EQ((Contents{{"a", 2}}), contentsOf(copy));
 }
 
-// Traits of the user's own decide equality even for integer keys: 3 and 13 are one key
-// here.
+// Keys are the table's own copies; integer keys with the default traits are seen,
+// found and removed as given, negative and 64-bit ones included; traits of the user's
+// own decide equality (3 and 13 are one key by their last digit).
+template <typename K, typename T = PAL::THashKeyTraits<K>>
+Contents roundTrip(std::initializer_list<K> keys)
+{
+    PAL::THashArray<K, int, T> table(2);
+    int i = 0;
+    for (K key : keys)
+        EXPECT_TRUE(table.insert(key, i++));
+    Contents contents = contentsOf(table);
+    for (K key : keys)
+        EXPECT_NE(nullptr, table.find(key)) << text(key);
+    EXPECT_TRUE(table.remove(*keys.begin()) && !table.contains(*keys.begin()));
+    return contents;
+}
 struct SLastDigit {
     static unsigned int hash(const unsigned int& key) { return key % 10; }
     static bool equal(const unsigned int& a, const unsigned int& b) { return a % 10 == b % 10; }
 };
 
-TEST_F(HashArrayTest, IntegerKeysWithTheirOwnTraitsCompareByThem)
+TEST_F(HashArrayTest, KeysAreOwnedCopiesComparedByTheirTraits)
 {
-    PAL::THashArray<unsigned int, CountedValue, SLastDigit> table;
-    ASSERT_TRUE(table.insert(3, CountedValue(1)));
-    ASSERT_TRUE(table.insert(13, CountedValue(2)));
-    EXPECT_EQ(1u, table.size());
-    ASSERT_NE(nullptr, table.find(23));
-    EXPECT_EQ(2, table.find(23)->payload());
-    EXPECT_TRUE(table.remove(33));
-    EXPECT_EQ(0, CountedValue::live());
+    EXPECT_EQ((Contents{{"-1", 0}, {"0", 1}, {"-2147483648", 2}, {"2147483647", 3}}), roundTrip<int>({-1, 0, INT_MIN, INT_MAX}));
+    EXPECT_EQ((Contents{{"97", 0}, {"0", 1}, {"-3", 2}}), roundTrip<signed char>({'a', 0, -3}));
+    EXPECT_EQ((Contents{{"4294967295", 0}, {"4294967296", 1}, {"18446744073709551615", 2}}),
+              roundTrip<unsigned long long>({0xFFFFFFFFull, 0x100000000ull, ~0ull}));
+    EXPECT_EQ((Contents{{"3", 1}}), (roundTrip<unsigned int, SLastDigit>({3, 13})));
+    CString key("alpha");
+    PAL::THashArray<CString, int> table;
+    ASSERT_TRUE(table.insert(key, 1));
+    key = "beta";
+    EXPECT_EQ((Contents{{"alpha", 1}}), contentsOf(table));
 }
 
 } // namespace
