@@ -20,11 +20,7 @@ using osal_kit_test::FaultRun;
 using PAL::CMutex;
 
 // Both calls, whatever the first gave.
-bool lockAndUnlock(CMutex& mutex)
-{
-    const bool locked = mutex.Lock();
-    return mutex.Unlock() && locked;
-}
+bool lockAndUnlock(CMutex& mutex) { return mutex.Lock() ? mutex.Unlock() : (mutex.Unlock(), false); }
 
 void mutexLife(FaultRun& run)
 {
