@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -179,6 +180,29 @@ TEST_F(HashMapTest, ValuesKeepTheirAddressesThroughRegrowthAndCopiesAreIndepende
     EXPECT_EQ(std::pair(42, 897L), std::pair(map.find(1)->payload(), CountedValue::live()));
     map.clear();
     EXPECT_EQ(std::pair(3u, 598L), std::pair(map.capacity(), CountedValue::live()));
+}
+
+// Default values and set values, then a copy, with each allocation failing in turn: the
+// map holds exactly the keys that landed, the copy part of them.
+TEST_F(HashMapTest, EveryFailingAllocationLeavesAnExactMap)
+{
+    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+        bool landed[40] = {};
+        osal_kit_test::failAllocationAfter(skip);
+        PAL::THashMap<CountedValue> map(2);
+        for (unsigned int key = 0; key < 40; ++key)
+            landed[key] = key % 2 != 0 ? map.set(key * 5, CountedValue(static_cast<int>(key))) : map.get(key * 5) != nullptr;
+        const PAL::THashMap<CountedValue> copy(map);
+        Morvex_Fault_DisarmAll();
+        std::map<unsigned int, int> expected, copied = contentsOf(copy);
+        for (unsigned int key = 0; key < 40; ++key) {
+            if (landed[key])
+                expected[key * 5] = key % 2 != 0 ? static_cast<int>(key) : 0;
+        }
+        EXPECT_EQ(expected, contentsOf(map));
+        EXPECT_TRUE(std::includes(expected.begin(), expected.end(), copied.begin(), copied.end()));
+        EXPECT_EQ(static_cast<long>(map.size() + copy.size()), CountedValue::live());
+    });
 }
 
 } // namespace
