@@ -45,11 +45,30 @@ bool isPartOf(const Contents& part, const Contents& whole)
     return std::includes(whole.begin(), whole.end(), part.begin(), part.end());
 }
 
-TEST_F(HashArrayTest, CapacityIsTwiceThePowerOfTwoNotBelowTheInitialSize)
+// The capacity is twice the power of two not below the initial size, doubling when the
+// count reaches it; only tables of more than 1024 buckets shrink, by half when the count
+// falls to half the buckets.
+TEST_F(HashArrayTest, CapacityFollowsTheCountAndOnlyLargeTablesShrink)
 {
-    const unsigned int rows[][3] = {{__LINE__, 0, 2}, {__LINE__, 1, 2}, {__LINE__, 5, 16}, {__LINE__, 1024, 2048}, {__LINE__, 1025, 4096}};
-    for (const auto& [line, initial, capacity] : rows)
-        EXPECT_EQ(capacity, (PAL::THashArray<int, int>(initial).capacity())) << "row of line " << line;
+    const unsigned int rows[][5] = { // line, initial size, keys inserted, keys removed, capacity
+        {__LINE__, 0, 0, 0, 2},
+        {__LINE__, 5, 0, 0, 16},
+        {__LINE__, 1025, 0, 0, 4096},
+        {__LINE__, 4, 7, 0, 8},
+        {__LINE__, 4, 8, 0, 16},
+        {__LINE__, 16, 10, 9, 32},
+        {__LINE__, 1024, 1025, 1000, 2048},
+        {__LINE__, 2048, 1025, 0, 4096},
+        {__LINE__, 2048, 1025, 1, 2048},
+    };
+    for (const auto& [line, initial, inserted, removed, capacity] : rows) {
+        PAL::THashArray<unsigned int, int> table(initial);
+        for (unsigned int key = 0; key < inserted; ++key)
+            table.insert(key, 0);
+        for (unsigned int key = 0; key < removed; ++key)
+            table.remove(key);
+        EXPECT_EQ(capacity, table.capacity()) << "row of line " << line;
+    }
 }
 
 // Random inserts, removals, copies and clears against a std::map, some of them meeting a
