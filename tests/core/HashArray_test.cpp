@@ -12,7 +12,6 @@
 #include <climits>
 #include <map>
 #include <random>
-#include <set>
 #include <string>
 
 namespace {
@@ -153,28 +152,6 @@ TEST_F(HashArrayTest, EveryFailingAllocationLeavesAnExactUsableTable)
     });
 }
 
-// Halving a table of 2048 buckets merges buckets i and i + 1024; with each allocation
-// of that shrink failing in turn, every item stays.
-TEST_F(HashArrayTest, EveryFailingAllocationOfAShrinkKeepsEveryItem)
-{
-    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
-        PAL::THashArray<unsigned int, int> table(2048);
-        Contents expected;
-        for (unsigned int key = 0; key < 1025; ++key) {
-            const unsigned int spread = key < 725 ? key : key + 299;
-            ASSERT_TRUE(table.insert(spread, static_cast<int>(key)));
-            expected[text(spread)] = static_cast<int>(key);
-        }
-        failAllocationAfter(skip);
-        ASSERT_TRUE(table.remove(700));
-        Morvex_Fault_DisarmAll();
-        expected.erase("700");
-        EXPECT_EQ(expected, contentsOf(table));
-        for (unsigned int key : {0u, 299u, 1024u, 1323u})
-            EXPECT_EQ(expected.at(text(key)), *table.find(key)) << key;
-    });
-}
-
 // Keys are the table's own copies; integer keys with the default traits are seen,
 // found and removed as given, negative and 64-bit ones included; traits of the user's
 // own decide equality (3 and 13 are one key by their last digit).
@@ -208,47 +185,6 @@ TEST_F(HashArrayTest, KeysAreOwnedCopiesComparedByTheirTraits)
     ASSERT_TRUE(table.insert(key, 1));
     key = "beta";
     EXPECT_EQ((Contents{{"alpha", 1}}), contentsOf(table));
-}
-
-// An engine subclass of its own, keys and values the numbers in the fields, hashed by
-// their value: a copy and an assignment take every chain; growth moves the chain items
-// and makes nothing but the new bucket array.
-class NumberTable : public PAL::CHashArrayImpl {
-public:
-    using CHashArrayImpl::CHashArrayImpl;
-    ~NumberTable() override { destroy(); }
-    bool add(std::uintptr_t key) { return fastInsert(reinterpret_cast<void*>(key), nullptr) != nullptr; }
-    std::set<std::uintptr_t> keys() const
-    {
-        std::set<std::uintptr_t> keys;
-        for (PAL::CHashArrayItem* item = firstItem(); item != nullptr; item = nextItem(item))
-            keys.insert(reinterpret_cast<std::uintptr_t>(item->key));
-        return keys;
-    }
-
-protected:
-    unsigned int hashKey(void* key) const override { return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(key)); }
-    int keyKind() const override { return 3; }
-    bool keysEqual(void* storedKey, void* key) const override { return storedKey == key; }
-    void destroyKey(void*) override {}
-    void destroyValue(void*) override {}
-    void copyKey(void*) override {}
-    void copyValue(void*) override {}
-};
-
-TEST_F(HashArrayTest, AnEngineOfItsOwnCopiesEveryChainAndGrowsByItsBucketArrayAlone)
-{
-    NumberTable table(4), assigned(2);
-    for (std::uintptr_t key = 0; key < 7; ++key)
-        ASSERT_TRUE(table.add(key * 4));
-    osal_kit_test::AllocationBalance balance;
-    ASSERT_TRUE(table.add(3));
-    EXPECT_EQ(1u, balance.allocationsSince());
-    const NumberTable copy(table);
-    assigned = table;
-    EXPECT_EQ((std::set<std::uintptr_t>{0, 3, 4, 8, 12, 16, 20, 24}), table.keys());
-    EXPECT_EQ(table.keys(), copy.keys());
-    EXPECT_EQ(table.keys(), assigned.keys());
 }
 
 } // namespace
