@@ -41,36 +41,29 @@ private:
 const char* const QUEUE = "extensions/private/JobQueue.cpp";
 const char* const MUTEX = "os/private/Mutex.cpp";
 
-#define ROW(function, step, file, level, format, value) \
-    ExpectedRecord{__LINE__, MORVEX_FAULT_##function, step, file, level, format, value, false}
+#define ROW(function, step, file, level) \
+    ExpectedRecord{__LINE__, MORVEX_FAULT_##function, step, file, level, nullptr, nullptr, false}
+#define TEXT_ROW(function, step, file, format, value) \
+    ExpectedRecord{__LINE__, MORVEX_FAULT_##function, step, file, 3, format, value, false}
 
 // Failures the queue does not report (a refused join or semaphore release, the
 // counters' own mutex) have no row.
 std::array<ExpectedRecord, 26> records = {{
-    ROW(MsgQueue_Init, "Create", QUEUE, 3, nullptr, nullptr),
-    ROW(MsgQueue_Init, "Create", QUEUE, 3, "%s%s", "sweep"), // every insertion is refused then
-    ROW(MsgQueue_TrySendMsg, "Insert", QUEUE, 3, "%s%s", "sweep"),
-    ROW(MsgQueue_SendMsg, "Flush", QUEUE, 3, "%s%s", "sweep"),
-    ROW(MsgQueue_SendMsg, "Flush", QUEUE, 3, nullptr, nullptr),
-    ROW(MsgQueue_GetStatus, "GetFillLevel", QUEUE, 3, nullptr, nullptr),
-    ROW(MsgQueue_GetStatus, "DiscardDeferred", QUEUE, 3, nullptr, nullptr),
-    ROW(MsgQueue_ReceiveMsg, "DiscardDeferred", QUEUE, 3, nullptr, nullptr),
-    ROW(MsgQueue_DeInit, "Destroy", QUEUE, 3, nullptr, nullptr),
-    ROW(ThreadCreate, "FlushDeferred", QUEUE, 3, nullptr, nullptr),
-    ROW(ThreadCreate, "StartProcessing", QUEUE, 3, nullptr, nullptr),
-    ROW(MutexInit, "Create", MUTEX, 3, "%s%s", "MUTEX_ERROR_CREATE_FAILED"),
-    ROW(MutexInit, "Create", MUTEX, 3, "%s", "CJobQueue::mMutex"), ROW(MutexInit, "Create", MUTEX, 4, nullptr, nullptr),
-    ROW(MutexWait, "Insert", MUTEX, 3, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
-    ROW(MutexWait, "Insert", MUTEX, 4, nullptr, nullptr), ROW(MutexWait, "Flush", MUTEX, 4, nullptr, nullptr),
-    ROW(MutexWait, "Destroy", MUTEX, 3, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
-    ROW(MutexSignal, "Insert", MUTEX, 3, "%s%s", "MUTEX_ERROR_SIGNAL_FAILED"),
-    ROW(MutexSignal, "Insert", MUTEX, 4, nullptr, nullptr),
-    ROW(MutexDeInit, "Destroy", MUTEX, 3, "%s%s", "MUTEX_ERROR_DEINIT_FAILED"),
-    ROW(SemaInit, "Flush", QUEUE, 3, nullptr, nullptr),
-    ROW(SemaWait, "Flush", QUEUE, 4, nullptr, nullptr),
-    ROW(SemaTryWait, "Flush", QUEUE, 3, nullptr, nullptr),
-    ROW(ThreadInit, "Create", QUEUE, 3, nullptr, nullptr),
-    ROW(zmalloc, "Flush", QUEUE, 3, nullptr, nullptr),
+    ROW(MsgQueue_Init, "Create", QUEUE, 3), TEXT_ROW(MsgQueue_Init, "Create", QUEUE, "%s%s", "sweep"),
+    TEXT_ROW(MsgQueue_TrySendMsg, "Insert", QUEUE, "%s%s", "sweep"), ROW(SemaInit, "Flush", QUEUE, 3),
+    TEXT_ROW(MsgQueue_SendMsg, "Flush", QUEUE, "%s%s", "sweep"), ROW(MsgQueue_SendMsg, "Flush", QUEUE, 3),
+    ROW(MsgQueue_GetStatus, "GetFillLevel", QUEUE, 3), ROW(MsgQueue_GetStatus, "DiscardDeferred", QUEUE, 3),
+    ROW(MsgQueue_ReceiveMsg, "DiscardDeferred", QUEUE, 3), ROW(MsgQueue_DeInit, "Destroy", QUEUE, 3),
+    ROW(ThreadCreate, "FlushDeferred", QUEUE, 3), ROW(ThreadCreate, "StartProcessing", QUEUE, 3),
+    ROW(ThreadInit, "Create", QUEUE, 3), ROW(SemaWait, "Flush", QUEUE, 4), ROW(SemaTryWait, "Flush", QUEUE, 3),
+    ROW(zmalloc, "Flush", QUEUE, 3), ROW(MutexInit, "Create", MUTEX, 4), ROW(MutexWait, "Insert", MUTEX, 4),
+    ROW(MutexWait, "Flush", MUTEX, 4), ROW(MutexSignal, "Insert", MUTEX, 4),
+    TEXT_ROW(MutexInit, "Create", MUTEX, "%s%s", "MUTEX_ERROR_CREATE_FAILED"),
+    TEXT_ROW(MutexInit, "Create", MUTEX, "%s", "CJobQueue::mMutex"),
+    TEXT_ROW(MutexWait, "Insert", MUTEX, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
+    TEXT_ROW(MutexWait, "Destroy", MUTEX, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
+    TEXT_ROW(MutexSignal, "Insert", MUTEX, "%s%s", "MUTEX_ERROR_SIGNAL_FAILED"),
+    TEXT_ROW(MutexDeInit, "Destroy", MUTEX, "%s%s", "MUTEX_ERROR_DEINIT_FAILED"),
 }};
 
 // One whole queue life. Every job offered to Insert belongs to the queue from then on;
@@ -79,8 +72,8 @@ void queueLife(FaultRun& run)
 {
     osal_kit_test::SweepLedger ledger;
     SweepJob* jobs[8];
-    for (int i = 0; i < 8; ++i)
-        jobs[i] = new SweepJob(ledger, i);
+    for (SweepJob*& job : jobs)
+        job = new SweepJob(ledger, static_cast<int>(&job - jobs));
     osal_kit_test::TraceTally tally;
     // Another thread inserts one job late in the queue's life: whatever failed before
     // must not have left the queue's lock held.
@@ -127,19 +120,17 @@ void queueLife(FaultRun& run)
     osal_kit_test::noteRecords(records, run, tally);
 }
 
+#define FAULT(function, code) OSAL_KIT_PAL_FAULT(function, code)
 const PalFault FAULTS[] = {
-    OSAL_KIT_PAL_FAULT(MutexInit, MUTEX_ERROR_CREATE_FAILED), OSAL_KIT_PAL_FAULT(MutexWait, MUTEX_ERROR_WAIT_FAILED),
-    OSAL_KIT_PAL_FAULT(MutexSignal, MUTEX_ERROR_SIGNAL_FAILED), OSAL_KIT_PAL_FAULT(MutexDeInit, MUTEX_ERROR_DEINIT_FAILED),
-    OSAL_KIT_PAL_FAULT(SemaInit, SEMA_ERROR_CREATE_FAILED), OSAL_KIT_PAL_FAULT(SemaWait, SEMA_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(SemaSignal, SEMA_ERROR_INTERNAL), OSAL_KIT_PAL_FAULT(SemaTryWait, SEMA_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(SemaDeInit, SEMA_ERROR_INTERNAL), OSAL_KIT_PAL_FAULT(ThreadInit, THREAD_ERROR_CREATE_FAILED),
-    OSAL_KIT_PAL_FAULT(ThreadCreate, THREAD_ERROR_CREATE_FAILED), OSAL_KIT_PAL_FAULT(ThreadWait, THREAD_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(ThreadDeInit, THREAD_ERROR_INTERNAL), OSAL_KIT_PAL_FAULT(MsgQueue_Init, MSGQUEUE_ERROR_NO_MEMORY),
-    OSAL_KIT_PAL_FAULT(MsgQueue_SendMsg, MSGQUEUE_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(MsgQueue_TrySendMsg, MSGQUEUE_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(MsgQueue_ReceiveMsg, MSGQUEUE_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(MsgQueue_GetStatus, MSGQUEUE_ERROR_INTERNAL),
-    OSAL_KIT_PAL_FAULT(MsgQueue_DeInit, MSGQUEUE_ERROR_INTERNAL), OSAL_KIT_PAL_FAULT(zmalloc, 0),
+    FAULT(MutexInit, MUTEX_ERROR_CREATE_FAILED), FAULT(MutexWait, MUTEX_ERROR_WAIT_FAILED),
+    FAULT(MutexSignal, MUTEX_ERROR_SIGNAL_FAILED), FAULT(MutexDeInit, MUTEX_ERROR_DEINIT_FAILED),
+    FAULT(SemaInit, SEMA_ERROR_CREATE_FAILED), FAULT(SemaWait, SEMA_ERROR_INTERNAL), FAULT(zmalloc, 0),
+    FAULT(SemaSignal, SEMA_ERROR_INTERNAL), FAULT(SemaTryWait, SEMA_ERROR_INTERNAL), FAULT(SemaDeInit, SEMA_ERROR_INTERNAL),
+    FAULT(ThreadWait, THREAD_ERROR_INTERNAL), FAULT(ThreadInit, THREAD_ERROR_CREATE_FAILED),
+    FAULT(ThreadCreate, THREAD_ERROR_CREATE_FAILED), FAULT(ThreadDeInit, THREAD_ERROR_INTERNAL),
+    FAULT(MsgQueue_Init, MSGQUEUE_ERROR_NO_MEMORY), FAULT(MsgQueue_SendMsg, MSGQUEUE_ERROR_INTERNAL),
+    FAULT(MsgQueue_TrySendMsg, MSGQUEUE_ERROR_INTERNAL), FAULT(MsgQueue_ReceiveMsg, MSGQUEUE_ERROR_INTERNAL),
+    FAULT(MsgQueue_GetStatus, MSGQUEUE_ERROR_INTERNAL), FAULT(MsgQueue_DeInit, MSGQUEUE_ERROR_INTERNAL),
 };
 
 // On the calling thread each failure leaves its records; on any thread, the worker's
@@ -152,9 +143,8 @@ TEST(JobQueueFaultSweep, EveryFailureIsTracedAndCleanedUp)
             SCOPED_TRACE(std::string(fault.name) + (anyThread ? " on any thread" : ""));
             const unsigned int failed = osal_kit_test::sweepPlatformFault(fault, watchdog, queueLife, anyThread);
             EXPECT_TRUE(failed > 0 || !anyThread) << "the scenario never called it";
-            if (!anyThread) {
+            if (!anyThread)
                 osal_kit_test::expectRowsSeen(records, fault.function);
-            }
         }
     }
 }
