@@ -32,8 +32,7 @@ std::string lockAndUnlock(CMutex& m) { return results({m.Lock(), m.Unlock(), !m.
 std::string scoped(CMutex& m)
 {
     { CMutex::CLock lock(m); }
-    CMutex::CLock::Lock(m), CMutex::CLock::Unlock(m);
-    return "";
+    return CMutex::CLock::Lock(m), CMutex::CLock::Unlock(m), "";
 }
 std::string alone(CMutex&) { return ""; }
 // The PAL mutex is not recursive, and only its owner may release it.
@@ -54,14 +53,8 @@ TEST(MutexTest, EachRefusalOfThePalCoreIsTracedWithItsTextAndTheName)
     osal_kit_test::FaultGuard faults;
     const PAL::CString name("jobs"), copy(name); // the counter mutex exists before a fault is armed
     const struct {
-        int line;
-        bool lockOnDestruction;
-        eMorvex_FaultFunction fault;
-        eMorvex_PAL_MutexError code;
-        unsigned int failures;
-        std::string (*life)(CMutex&);
-        const char* results;
-        std::vector<ExpectedTrace> records;
+        int line; bool lockOnDestruction; eMorvex_FaultFunction fault; eMorvex_PAL_MutexError code; unsigned int failures;
+        std::string (*life)(CMutex&); const char* results; std::vector<ExpectedTrace> records;
     } rows[] = {
         {__LINE__, false, MORVEX_FAULT_COUNT, MUTEX_OK, 0, lockAndUnlock, "TTT", {}},
         {__LINE__, true, MORVEX_FAULT_COUNT, MUTEX_OK, 0, scoped, "", {kInfo, kInfo}},

@@ -17,13 +17,7 @@ namespace {
 TEST(SemaphoreTest, EachOperationTakesOrGivesOneCountAndAPalRefusalChangesNothing)
 {
     osal_kit_test::FaultGuard faults;
-    const struct {
-        int line;
-        unsigned int count;
-        eMorvex_FaultFunction fault;
-        const char* calls;
-        const char* outcomes;
-    } rows[] = {
+    const struct { int line; unsigned int count; eMorvex_FaultFunction fault; const char *calls, *outcomes; } rows[] = {
         {__LINE__, 2, MORVEX_FAULT_COUNT, "yyysyy", "++b++b"},
         {__LINE__, 0, MORVEX_FAULT_COUNT, "tsswtt", "-++++-"},
         {__LINE__, 0xFFFFFFFFu, MORVEX_FAULT_COUNT, "sws", "-++"}, // beyond the largest count
