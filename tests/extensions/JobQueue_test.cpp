@@ -183,10 +183,10 @@ TEST_F(JobQueueTest, ConcurrentProducersAndFlushesLoseNothingAndKeepOrder)
             producers.emplace_back([&, p] {
                 for (int i = 0; i < 150; ++i) {
                     queue.Insert(job(p * 1000 + i), i % 3);
-                    if (i % 25 == 24) {
-                        unfinished += queue.Flush(i / 25 % 2 == p % 2) ? 0 : 1;
-                        for (int queued = i - 24; queued <= i; ++queued) // all gone
-                            unfinished += ledger.entry(p * 1000 + queued).deletions == 1 ? 0 : 1;
+                    unfinished += i % 25 == 24 && !queue.Flush(i / 25 % 2 == p % 2) ? 1 : 0;
+                    for (int queued = i - 24; i % 25 == 24 && queued <= i; ++queued) { // all gone
+                        const osal_kit_test::JobLedger::Entry entry = ledger.entry(p * 1000 + queued);
+                        unfinished += entry.deletions == 1 && entry.runs <= 1 ? 0 : 1;
                     }
                 }
             });
@@ -198,10 +198,6 @@ TEST_F(JobQueueTest, ConcurrentProducersAndFlushesLoseNothingAndKeepOrder)
     std::map<int, int> lastRun;
     for (int tag : ledger.runOrder())
         EXPECT_LT(std::exchange(lastRun.emplace(tag / 1000 * 10 + tag % 1000 % 3, -1).first->second, tag), tag);
-    for (int p = 1; p <= 4; ++p) {
-        for (int tag = p * 1000; tag < p * 1000 + 150; ++tag)
-            EXPECT_TRUE(ledger.entry(tag).deletions == 1 && ledger.entry(tag).runs <= 1) << tag;
-    }
 }
 
 } // namespace

@@ -48,10 +48,8 @@ TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
 {
     osal_kit_test::FaultGuard faults;
     const struct { int line; const char* name; int priority; const char* platformView; } rows[] = {
-        {__LINE__, "JobQueue-worker", 6, "JobQueue-worker 6 7"},
-        {__LINE__, "Größe", 0, "Größe 0 7"},
-        {__LINE__, "", 9, " 3 7"},
-        {__LINE__, "negative", -1, "negative 3 7"},
+        {__LINE__, "JobQueue-worker", 6, "JobQueue-worker 6 7"}, {__LINE__, "Größe", 0, "Größe 0 7"},
+        {__LINE__, "", 9, " 3 7"}, {__LINE__, "negative", -1, "negative 3 7"},
         {__LINE__, nullptr, 0, "PAL::CThread 3 7"}, // the default constructor
     };
     for (const auto& row : rows) {

@@ -11,7 +11,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -78,16 +77,13 @@ TEST(AtomicTest, CountersWrapUpwardsStopAtZeroDownwardsAndLoseNothingBetweenThre
         EXPECT_EQ(std::pair(row.result, row.after), std::pair(result, PAL::Atomic::peek(value))) << row.line;
     }
     unsigned int counter = 1;
-    std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t) {
-        workers.emplace_back([&counter] {
-            for (int i = 0; i < 20000; ++i)
-                PAL::Atomic::increment(counter), PAL::Atomic::increment(counter), PAL::Atomic::testDecrement(counter);
-        });
-    }
-    for (std::thread& worker : workers)
-        worker.join();
-    EXPECT_EQ(1u + 4 * 20000, counter);
+    auto work = [&counter] {
+        for (int i = 0; i < 20000; ++i)
+            PAL::Atomic::increment(counter), PAL::Atomic::increment(counter), PAL::Atomic::testDecrement(counter);
+    };
+    std::thread first(work), second(work);
+    first.join(), second.join();
+    EXPECT_EQ(1u + 2 * 20000, counter);
 }
 
 } // namespace
