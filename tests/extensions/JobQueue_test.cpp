@@ -15,7 +15,6 @@
 #include <atomic>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <thread>
 #include <utility>
@@ -142,32 +141,6 @@ TEST_F(JobQueueTest, ADeferredQueueHoldsItsJobsUntilStartedOrFlushed)
         EXPECT_EQ(way == 2, std::this_thread::get_id() == ledger.entry(base).deletedOn) << way;
     }
     EXPECT_EQ((std::vector<int>{3, 1, 0, 2, 4, 5, 13, 11, 10, 12, 14, 15}), ledger.runOrder());
-}
-
-// Signals a semaphore when a flush traces the queueing of its signal job, by which time
-// it has switched the queue to discarding.
-void signalWhenSignalJobQueued(const sMorvex_TraceRecord* record, void* semaphore)
-{
-    if (record->valueCount == 3 && std::strcmp(record->values[2], "SignalJob") == 0)
-        static_cast<CSemaphore*>(semaphore)->Signal();
-}
-
-// A job running when a discarding flush begins finishes normally; the waiting ones are
-// deleted unrun, and discarding ends with the flush.
-TEST_F(JobQueueTest, ADiscardingFlushLetsTheRunningJobFinishAndDeletesTheWaitingOnes)
-{
-    CSemaphore started(0), release(0);
-    CJobQueue queue(8, "jobs", kNormal, false);
-    ASSERT_EQ(1u, queue.Insert(job(1, &started, &release), 0));
-    ASSERT_TRUE(started.Wait());
-    ASSERT_EQ(2u, queue.Insert(job(2), 0));
-    ASSERT_EQ(3u, queue.Insert(job(3), 9));
-    Morvex_TraceOut_SetSink(&signalWhenSignalJobQueued, &release);
-    EXPECT_TRUE(queue.Flush(true));
-    Morvex_TraceOut_SetSink(nullptr, nullptr);
-    ASSERT_EQ(5u, queue.Insert(job(5), 0));
-    EXPECT_TRUE(queue.Flush(false));
-    expectFates({{1, 1}, {2, 0}, {3, 0}, {5, 1}});
 }
 
 // Producers insert and flush (discarding or not) at once: every job is deleted exactly

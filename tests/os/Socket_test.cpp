@@ -63,11 +63,8 @@ TEST(ClientSocketTest, EachOperationRefusesAMissingSocketAndTranslatesThePalCore
     // Create checks its arguments before anything else, and keeps a socket it has.
     const unsigned long long creates = Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient);
     for (CClientSocket* socket : {&fresh, &open}) {
-        for (const auto& [domain, type, protocol] : {std::array{2, 1, 1}, {0, 1, 1}, {1, 2, 1}, {1, 1, 0}}) {
-            EXPECT_EQ(CSocket::RESULT_UNSUPPORTED, socket->Create(static_cast<CSocket::eDomain>(domain),
-                                                                  static_cast<CSocket::eType>(type),
-                                                                  static_cast<CSocket::eProtocol>(protocol)));
-        }
+        for (const auto& [d, t, p] : {std::array{2, 1, 1}, {0, 1, 1}, {1, 2, 1}, {1, 1, 0}})
+            EXPECT_EQ(CSocket::RESULT_UNSUPPORTED, socket->Create(CSocket::eDomain(d), CSocket::eType(t), CSocket::eProtocol(p)));
     }
     EXPECT_EQ(CSocket::RESULT_ALREADY_CREATED, create(open));
     EXPECT_EQ(creates, Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient));
