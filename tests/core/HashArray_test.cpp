@@ -12,6 +12,7 @@
 #include <climits>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 
 namespace {
@@ -144,6 +145,47 @@ TEST_F(HashArrayTest, KeysAreOwnedCopiesComparedByTheirTraits)
     ASSERT_TRUE(table.insert(key, 1));
     key = "beta";
     EXPECT_EQ((Contents{{"alpha", 1}}), contentsOf(table));
+}
+
+// An engine subclass of its own, keys the numbers in the fields, hashed by their value:
+// the engine's own copy and assignment take every chain; growth makes nothing but the
+// new bucket array.
+class NumberTable : public PAL::CHashArrayImpl {
+public:
+    using CHashArrayImpl::CHashArrayImpl;
+    using CHashArrayImpl::fastInsert;
+    ~NumberTable() override { destroy(); }
+    std::set<std::uintptr_t> keys() const
+    {
+        std::set<std::uintptr_t> keys;
+        for (PAL::CHashArrayItem* item = firstItem(); item != nullptr; item = nextItem(item))
+            keys.insert(reinterpret_cast<std::uintptr_t>(item->key));
+        return keys;
+    }
+
+protected:
+    unsigned int hashKey(void* key) const override { return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(key)); }
+    int keyKind() const override { return 3; }
+    bool keysEqual(void* storedKey, void* key) const override { return storedKey == key; }
+    void destroyKey(void*) override {}
+    void destroyValue(void*) override {}
+    void copyKey(void*) override {}
+    void copyValue(void*) override {}
+};
+
+TEST_F(HashArrayTest, AnEngineOfItsOwnCopiesEveryChainAndGrowsByItsBucketArrayAlone)
+{
+    NumberTable table(4), assigned(2);
+    for (std::uintptr_t key = 0; key < 7; ++key)
+        ASSERT_NE(nullptr, table.fastInsert(reinterpret_cast<void*>(key * 4), nullptr));
+    osal_kit_test::AllocationBalance balance;
+    ASSERT_NE(nullptr, table.fastInsert(reinterpret_cast<void*>(3), nullptr));
+    EXPECT_EQ(1u, balance.allocationsSince());
+    const NumberTable copy(table);
+    assigned = table;
+    EXPECT_EQ((std::set<std::uintptr_t>{0, 3, 4, 8, 12, 16, 20, 24}), table.keys());
+    EXPECT_EQ(table.keys(), copy.keys());
+    EXPECT_EQ(table.keys(), assigned.keys());
 }
 
 } // namespace
