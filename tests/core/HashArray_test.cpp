@@ -1,155 +1,191 @@
-// THashArray: owned keys and values over the hash array engine, each destroyed exactly
-// once, through growth, shrinking, copies and failed allocations.
+// THashArray: owned keys and values, each destroyed exactly once, through growth,
+// shrinking, copies and allocations that fail; the address find gives stays put.
 
 #include "core/HashArray.h"
 
-#include "support/AllocationBalance.h"
-#include "support/FaultSweep.h"
 #include "support/CountedValue.h"
-
-#include "morvex_pal_fault.h"
+#include "support/FaultSweep.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
 #include <map>
+#include <random>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace {
 
 using osal_kit_test::CountedValue;
+using osal_kit_test::failAllocationAfter;
 using PAL::CString;
-
-typedef PAL::THashArray<CString, CountedValue> NamedValues;
 typedef std::map<std::string, int> Contents;
 
 class HashArrayTest : public osal_kit_test::CountedValueTest {};
 
-Contents contentsOf(const NamedValues& table)
+std::string text(const CString& key) { return key.getBuffer(); }
+template <typename K> std::string text(K key) { return std::to_string(key); }
+int payload(const CountedValue& value) { return value.payload(); }
+int payload(int value) { return value; }
+
+template <typename K, typename V, typename T>
+Contents contentsOf(const PAL::THashArray<K, V, T>& table)
 {
     Contents contents;
-    table.forEach([&contents](const CString& key, const CountedValue& value) {
-        EXPECT_TRUE(contents.emplace(key.getBuffer(), value.payload()).second) << "visited twice: " << key.getBuffer();
+    table.forEach([&](const K& key, const V& value) {
+        EXPECT_TRUE(contents.emplace(text(key), payload(value)).second) << "visited twice: " << text(key);
     });
+    EXPECT_EQ(contents.size(), table.size());
     return contents;
 }
 
-CString nameOf(unsigned int i)
+bool isPartOf(const Contents& part, const Contents& whole)
 {
-    return CString(("name-" + std::to_string(i)).c_str());
+    return std::includes(whole.begin(), whole.end(), part.begin(), part.end());
 }
 
-TEST_F(HashArrayTest, InsertFindReplaceAndRemove)
+// The capacity is twice the power of two not below the initial size, doubling when the
+// count reaches it; only tables of more than 1024 buckets shrink, by half when the count
+// falls to half the buckets.
+TEST_F(HashArrayTest, CapacityFollowsTheCountAndOnlyLargeTablesShrink)
 {
-    NamedValues table;
-    CString key("alpha");
-    EXPECT_TRUE(table.insert(key, CountedValue(1)));
-    key = "beta";  // the table holds its own copy of the key
-    EXPECT_TRUE(table.insert(key, CountedValue(2)));
-    ASSERT_NE(nullptr, table.find("alpha"));
-    EXPECT_EQ(1, table.find("alpha")->payload());
-    EXPECT_EQ(nullptr, table.find("gamma"));
-
-    // A present key keeps its value object, which takes the new value by assignment.
-    const CountedValue* before = table.find("alpha");
-    EXPECT_TRUE(table.insert("alpha", CountedValue(10)));
-    EXPECT_EQ(before, table.find("alpha"));
-    EXPECT_EQ(2, CountedValue::live());
-
-    EXPECT_TRUE(table.remove("alpha"));
-    EXPECT_FALSE(table.remove("alpha"));
-    EXPECT_EQ(1, CountedValue::live());
-    EXPECT_EQ((Contents{{"beta", 2}}), contentsOf(table));
+    const unsigned int rows[][5] = { // line, initial size, keys inserted, keys removed, capacity
+        {__LINE__, 0, 0, 0, 2}, {__LINE__, 5, 0, 0, 16}, {__LINE__, 1025, 0, 0, 4096}, {__LINE__, 4, 7, 0, 8},
+        {__LINE__, 4, 8, 0, 16}, {__LINE__, 16, 10, 9, 32}, {__LINE__, 1024, 1025, 1000, 2048},
+        {__LINE__, 2048, 1025, 0, 4096}, {__LINE__, 2048, 1025, 1, 2048},
+    };
+    for (const auto& [line, initial, inserted, removed, capacity] : rows) {
+        PAL::THashArray<unsigned int, int> table(initial);
+        for (unsigned int key = 0; key < inserted; ++key)
+            table.insert(key, 0);
+        for (unsigned int key = 0; key < removed; ++key)
+            table.remove(key);
+        EXPECT_EQ(capacity, table.capacity()) << "row of line " << line;
+    }
 }
 
-TEST_F(HashArrayTest, ThousandsOfKeysSurviveGrowthAndShrinking)
+// Random inserts, removals, copies and clears against a std::map, from a table made
+// without buckets, some of them meeting a failing allocation: a refused insert changes nothing, a copy holds part of its source,
+// and the table grows past 1024 buckets and shrinks again. Keys share buckets (the hash
+// of an integer is its value).
+TEST_F(HashArrayTest, EditsMatchAPlainModelAndKeepTheirValuesInPlace)
 {
-    PAL::THashArray<unsigned int, CountedValue> table(4);
-    for (unsigned int i = 0; i < 5000; ++i)
-        ASSERT_TRUE(table.insert(i * 2654435761u, CountedValue(static_cast<int>(i))));
-    EXPECT_EQ(8192u, table.capacity());
-    for (unsigned int i = 0; i < 5000; ++i) {
-        if (i % 4 != 3) {
-            ASSERT_TRUE(table.remove(i * 2654435761u));
+    std::mt19937 random(7u);
+    auto below = [&](unsigned int n) { return static_cast<unsigned int>(random() % n); };
+    failAllocationAfter(0); // a table whose buckets could not be made starts again at its first insert
+    PAL::THashArray<unsigned int, CountedValue> table(2);
+    Morvex_Fault_DisarmAll();
+    Contents model;
+    std::map<unsigned int, const CountedValue*> addresses;
+    unsigned int largest = 0;
+    for (int step = 0; step < 12000; ++step) {
+        const unsigned int key = below(4000) * 5, op = below(20);
+        const bool failing = below(8) == 0, present = model.count(text(key)) != 0;
+        if (failing)
+            failAllocationAfter(below(3));
+        if (op == 0 && below(5) == 0) {
+            PAL::THashArray<unsigned int, CountedValue> copy(table), assigned(4);
+            assigned = table;
+            Morvex_Fault_DisarmAll();
+            ASSERT_TRUE(isPartOf(contentsOf(copy), model) && isPartOf(contentsOf(assigned), model)) << step;
+            ASSERT_TRUE(failing || (copy.size() == table.size() && assigned.size() == table.size()));
+        } else if (step == 10000) {
+            table.clear(), model.clear(), addresses.clear();
+        } else if (op < (step < 6000 ? 16u : 4u)) {
+            const bool inserted = table.insert(key, CountedValue(step));
+            Morvex_Fault_DisarmAll();
+            ASSERT_TRUE(inserted || (failing && !present)) << step;
+            if (inserted)
+                model[text(key)] = step, addresses.emplace(key, table.find(key));
+        } else {
+            const bool removed = table.remove(key);
+            Morvex_Fault_DisarmAll();
+            ASSERT_EQ(present, removed) << step;
+            model.erase(text(key)), addresses.erase(key);
+            ASSERT_FALSE(table.contains(key));
         }
+        Morvex_Fault_DisarmAll();
+        ASSERT_EQ(model.size(), table.size());
+        ASSERT_EQ(static_cast<long>(model.size()), CountedValue::live());
+        ASSERT_TRUE(model.count(text(key)) == 0 || addresses.at(key) == table.find(key)) << "moved at step " << step;
+        ASSERT_TRUE(step % 500 != 0 || model == contentsOf(table)) << step;
+        largest = std::max(largest, table.capacity());
     }
-    EXPECT_EQ(4096u, table.capacity());
-    EXPECT_EQ(1250, CountedValue::live());
-    for (unsigned int i = 0; i < 5000; ++i) {
-        const CountedValue* value = table.find(i * 2654435761u);
-        ASSERT_EQ(i % 4 == 3, value != nullptr) << i;
-        EXPECT_TRUE(value == nullptr || value->payload() == static_cast<int>(i)) << i;
-    }
+    EXPECT_EQ(model, contentsOf(table));
+    EXPECT_GE(largest, 4096u);
+    EXPECT_LT(table.capacity(), largest);
 }
 
-TEST_F(HashArrayTest, CopiesAndAssignmentsAreIndependent)
+// Keys are the table's own copies; integer keys with the default traits are seen and
+// found as given, negative and 64-bit ones included; traits of the user's own decide
+// equality (3 and 13 are one key by their last digit).
+template <typename K, typename T = PAL::THashKeyTraits<K>>
+Contents roundTrip(std::initializer_list<K> keys)
 {
-    NamedValues original;
-    for (unsigned int i = 0; i < 20; ++i)
-        ASSERT_TRUE(original.insert(nameOf(i), CountedValue(static_cast<int>(i))));
-    NamedValues copy(original);
-    EXPECT_EQ(contentsOf(original), contentsOf(copy));
-    *copy.find(nameOf(3)) = CountedValue(300);
-    ASSERT_TRUE(copy.remove(nameOf(4)));
-    EXPECT_EQ(3, original.find(nameOf(3))->payload());
-    EXPECT_TRUE(original.contains(nameOf(4)));
-
-    NamedValues assigned;
-    ASSERT_TRUE(assigned.insert("replaced", CountedValue(-1)));
-    assigned = copy;
-    EXPECT_EQ(contentsOf(copy), contentsOf(assigned));
-    EXPECT_EQ(20 + 19 + 19, CountedValue::live());
-
-    assigned.clear();
-    EXPECT_EQ(0u, assigned.size());
-    EXPECT_EQ(20 + 19, CountedValue::live());
+    PAL::THashArray<K, int, T> table(2);
+    int i = 0;
+    for (K key : keys)
+        EXPECT_TRUE(table.insert(key, i++) && table.find(key) != nullptr) << text(key);
+    return contentsOf(table);
 }
-
-// Integer keys with the default traits live in the table's own key fields; the keys a
-// visitor sees, lookups and removals must be those of the keys given, negative ones and
-// 64-bit ones included.
-template <typename K>
-void expectIntegerKeysRoundTrip(const std::vector<K>& keys)
-{
-    PAL::THashArray<K, int> table(2);
-    for (unsigned int i = 0; i < keys.size(); ++i)
-        ASSERT_TRUE(table.insert(keys[i], static_cast<int>(i)));
-    std::map<K, int> seen;
-    table.forEach([&seen](const K& key, int& value) { EXPECT_TRUE(seen.emplace(key, value).second); });
-    ASSERT_EQ(keys.size(), seen.size());
-    for (unsigned int i = 0; i < keys.size(); ++i) {
-        EXPECT_EQ(static_cast<int>(i), seen[keys[i]]);
-        ASSERT_NE(nullptr, table.find(keys[i]));
-    }
-    EXPECT_TRUE(table.remove(keys[0]));
-    EXPECT_FALSE(table.contains(keys[0]));
-    EXPECT_EQ(keys.size() - 1, table.size());
-}
-
-TEST_F(HashArrayTest, IntegerKeysOfEveryWidthAndSign)
-{
-    expectIntegerKeysRoundTrip<int>({-1, 0, 1, -2147483647 - 1, 2147483647, -7});
-    expectIntegerKeysRoundTrip<char>({'a', '\0', static_cast<char>(-3)});
-    expectIntegerKeysRoundTrip<unsigned long long>({0ull, 1ull, 0xFFFFFFFFull, 0x100000000ull, ~0ull});
-}
-
-// Traits of the user's own decide equality even for integer keys: 3 and 13 are one key
-// here.
 struct SLastDigit {
     static unsigned int hash(const unsigned int& key) { return key % 10; }
     static bool equal(const unsigned int& a, const unsigned int& b) { return a % 10 == b % 10; }
 };
 
-TEST_F(HashArrayTest, IntegerKeysWithTheirOwnTraitsCompareByThem)
+TEST_F(HashArrayTest, KeysAreOwnedCopiesComparedByTheirTraits)
 {
-    PAL::THashArray<unsigned int, CountedValue, SLastDigit> table;
-    ASSERT_TRUE(table.insert(3, CountedValue(1)));
-    ASSERT_TRUE(table.insert(13, CountedValue(2)));
-    EXPECT_EQ(1u, table.size());
-    ASSERT_NE(nullptr, table.find(23));
-    EXPECT_EQ(2, table.find(23)->payload());
-    EXPECT_TRUE(table.remove(33));
-    EXPECT_EQ(0, CountedValue::live());
+    EXPECT_EQ((Contents{{"-1", 0}, {"0", 1}, {"-2147483648", 2}, {"2147483647", 3}}), roundTrip<int>({-1, 0, INT_MIN, INT_MAX}));
+    EXPECT_EQ((Contents{{"4294967295", 0}, {"4294967296", 1}, {"18446744073709551615", 2}}),
+              roundTrip<unsigned long long>({0xFFFFFFFFull, 0x100000000ull, ~0ull}));
+    EXPECT_EQ((Contents{{"3", 1}}), (roundTrip<unsigned int, SLastDigit>({3, 13})));
+    CString key("alpha");
+    PAL::THashArray<CString, int> table;
+    ASSERT_TRUE(table.insert(key, 1));
+    key = "beta";
+    EXPECT_EQ((Contents{{"alpha", 1}}), contentsOf(table));
+}
+
+// An engine subclass of its own, keys the numbers in the fields, hashed by their value:
+// the engine's own copy and assignment take every chain; growth makes nothing but the
+// new bucket array.
+class NumberTable : public PAL::CHashArrayImpl {
+public:
+    using CHashArrayImpl::CHashArrayImpl;
+    using CHashArrayImpl::fastInsert;
+    ~NumberTable() override { destroy(); }
+    std::set<std::uintptr_t> keys() const
+    {
+        std::set<std::uintptr_t> keys;
+        for (PAL::CHashArrayItem* item = firstItem(); item != nullptr; item = nextItem(item))
+            keys.insert(reinterpret_cast<std::uintptr_t>(item->key));
+        return keys;
+    }
+
+protected:
+    unsigned int hashKey(void* key) const override { return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(key)); }
+    int keyKind() const override { return 3; }
+    bool keysEqual(void* storedKey, void* key) const override { return storedKey == key; }
+    void destroyKey(void*) override {}
+    void destroyValue(void*) override {}
+    void copyKey(void*) override {}
+    void copyValue(void*) override {}
+};
+
+TEST_F(HashArrayTest, AnEngineOfItsOwnCopiesEveryChainAndGrowsByItsBucketArrayAlone)
+{
+    NumberTable table(4), assigned(2);
+    for (std::uintptr_t key = 0; key < 7; ++key)
+        ASSERT_NE(nullptr, table.fastInsert(reinterpret_cast<void*>(key * 4), nullptr));
+    osal_kit_test::AllocationBalance balance;
+    ASSERT_NE(nullptr, table.fastInsert(reinterpret_cast<void*>(3), nullptr));
+    EXPECT_EQ(1u, balance.allocationsSince());
+    const NumberTable copy(table);
+    assigned = table;
+    EXPECT_EQ((std::set<std::uintptr_t>{0, 3, 4, 8, 12, 16, 20, 24}), table.keys());
+    EXPECT_EQ(table.keys(), copy.keys());
+    EXPECT_EQ(table.keys(), assigned.keys());
 }
 
 } // namespace

@@ -1,77 +1,103 @@
-// CSocket and CSocket::ResultMap: the translation of PAL core codes, closing, and the
-// process-wide socket layer calls.
+// The sockets: CSocket::ResultMap's translation of PAL core codes, the process-wide
+// socket layer calls and closing; CClientSocket's PAL core failures and the refusals
+// made before the PAL core is reached. Data on a live connection is the platform's affair.
 
 #include "os/ClientSocket.h"
-#include "os/Socket.h"
 
-#include "support/AllocationBalance.h"  // FaultGuard
+#include "support/AllocationBalance.h"
 
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <array>
 
 namespace {
 
+using osal_kit_test::failNext;
 using PAL::CClientSocket;
 using PAL::CSocket;
 
-class SocketTest : public ::testing::Test {
-protected:
-    osal_kit_test::FaultGuard faults;
-};
-
-TEST_F(SocketTest, ResultMapTranslatesBothWaysThroughItsTable)
+CSocket::eResult create(CClientSocket& client)
 {
-    // {PAL core code, eResult}: the ten pairs of MAP_TABLE in order, then codes and
-    // results without a pair.
-    const int pairs[10][2] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 7}, {5, 8}, {6, 9}, {8, 4}, {9, 10}, {10, 11}};
-    for (int i = 0; i < 10; ++i) {
-        SCOPED_TRACE(i);
-        const eMorvex_PAL_SocketError code = static_cast<eMorvex_PAL_SocketError>(pairs[i][0]);
-        const CSocket::eResult result = static_cast<CSocket::eResult>(pairs[i][1]);
-        EXPECT_EQ(result, CSocket::ResultMap::Map(code));
-        EXPECT_EQ(code, CSocket::ResultMap::Map(result));
+    return client.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP);
+}
+
+// One operation by its letter: r Read, t Read with a time limit, w Write, b Bind,
+// c Connect, l SetLinger, x Close.
+CSocket::eResult call(CClientSocket& socket, char operation, unsigned int& count)
+{
+    char buffer[4] = {};
+    switch (operation) {
+    case 'r': return socket.Read(buffer, sizeof buffer, count);
+    case 't': return socket.Read(buffer, sizeof buffer, count, 10);
+    case 'w': return socket.Write(buffer, sizeof buffer, count);
+    case 'b': return socket.Bind(0);
+    case 'c': return socket.Connect("127.0.0.1", 1);
+    case 'l': return socket.SetLinger(1, -1);
+    default: return socket.Close();
+    }
+}
+
+// Without a socket each operation answers RESULT_NO_SOCKET and leaves its count alone;
+// with one, a failing PAL call is translated and its count stored all the same.
+TEST(ClientSocketTest, EachOperationRefusesAMissingSocketAndTranslatesThePalCoresFailure)
+{
+    osal_kit_test::FaultGuard faults;
+    CClientSocket fresh, open;
+    ASSERT_EQ(CSocket::RESULT_OK, create(open));
+    const struct { int line; char operation; eMorvex_FaultFunction function; int code, result, countAfter; } rows[] = {
+        {__LINE__, 'r', MORVEX_FAULT_SocketRead, SOCKET_ERROR_NOT_INITIALIZED, CSocket::RESULT_INTERNAL_ERROR, 0},
+        {__LINE__, 't', MORVEX_FAULT_NonBlockingSocketRead, SOCKET_ERROR_INV_HANDLE, CSocket::RESULT_NO_SOCKET, 0},
+        {__LINE__, 'w', MORVEX_FAULT_SocketWrite, SOCKET_ERROR_CONNECTION_CLOSED, CSocket::RESULT_CONNECTION_CLOSED, 0},
+        {__LINE__, 'b', MORVEX_FAULT_SocketBind, SOCKET_ERROR_ADDRESS_IN_USE, CSocket::RESULT_ADDRESS_IN_USE, 7},
+        {__LINE__, 'c', MORVEX_FAULT_SocketConnect, SOCKET_ERROR_UNREACHABLE, CSocket::RESULT_UNREACHABLE, 7},
+        {__LINE__, 'l', MORVEX_FAULT_SocketSetLinger, SOCKET_ERROR_INV_PARAM, CSocket::RESULT_INVALID_PARAMETER, 7},
+        {__LINE__, 'x', MORVEX_FAULT_SocketClose, SOCKET_ERROR_INTERNAL, CSocket::RESULT_INTERNAL_ERROR, 7},
+    };
+    for (const auto& row : rows) {
+        unsigned int count = 7;
+        EXPECT_EQ(CSocket::RESULT_NO_SOCKET, call(fresh, row.operation, count)) << "row of line " << row.line;
+        failNext(row.function, row.code);
+        EXPECT_EQ(row.result, call(open, row.operation, count)) << "row of line " << row.line;
+        EXPECT_EQ(row.countAfter, static_cast<int>(count)) << "row of line " << row.line;
+    }
+    // Create checks its arguments before anything else, and keeps a socket it has.
+    const unsigned long long creates = Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient);
+    for (CClientSocket* socket : {&fresh, &open}) {
+        for (const auto& [d, t, p] : {std::array{2, 1, 1}, {0, 1, 1}, {1, 2, 1}, {1, 1, 0}})
+            EXPECT_EQ(CSocket::RESULT_UNSUPPORTED, socket->Create(CSocket::eDomain(d), CSocket::eType(t), CSocket::eProtocol(p)));
+    }
+    EXPECT_EQ(CSocket::RESULT_ALREADY_CREATED, create(open));
+    EXPECT_EQ(creates, Morvex_Fault_Calls(MORVEX_FAULT_SocketCreateClient));
+    EXPECT_EQ(CSocket::RESULT_OK, open.SetLinger(0, 0)) << "the first socket is kept";
+    failNext(MORVEX_FAULT_SocketCreateClient, SOCKET_ERROR_INTERNAL);
+    EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, create(fresh));
+    EXPECT_EQ(CSocket::RESULT_NO_SOCKET, fresh.SetLinger(0, 0)) << "a failed create leaves no socket";
+    // A failed close kept the socket: closing ends it once; a destructor closes what is left.
+    const unsigned long long closes = Morvex_Fault_Calls(MORVEX_FAULT_SocketClose);
+    EXPECT_EQ(CSocket::RESULT_OK, open.Close());
+    EXPECT_EQ(CSocket::RESULT_NO_SOCKET, open.Close());
+    {
+        CClientSocket left;
+        EXPECT_EQ(CSocket::RESULT_OK, create(left));
+    }
+    EXPECT_EQ(2u, Morvex_Fault_Calls(MORVEX_FAULT_SocketClose) - closes);
+}
+
+TEST(SocketTest, ResultMapTranslatesBothWaysThroughItsTable)
+{
+    const int pairs[][2] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 7}, {5, 8}, {6, 9}, {8, 4}, {9, 10}, {10, 11}};
+    for (const auto& [code, result] : pairs) {
+        EXPECT_EQ(result, CSocket::ResultMap::Map(static_cast<eMorvex_PAL_SocketError>(code))) << code;
+        EXPECT_EQ(code, CSocket::ResultMap::Map(static_cast<CSocket::eResult>(result))) << result;
     }
     for (int code : {7, 11, 15})
-        EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, CSocket::ResultMap::Map(static_cast<eMorvex_PAL_SocketError>(code))) << code;
+        EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, CSocket::ResultMap::Map(static_cast<eMorvex_PAL_SocketError>(code)));
     for (int result : {5, 6, 12, -1})
-        EXPECT_EQ(SOCKET_ERROR_INTERNAL, CSocket::ResultMap::Map(static_cast<CSocket::eResult>(result))) << result;
-}
-
-TEST_F(SocketTest, CloseEndsTheSocketOnceAndOnlyWhenThereIsOne)
-{
-    const osal_kit_test::PalCalls closes{MORVEX_FAULT_SocketClose};
-    {
-        CSocket empty;
-        EXPECT_EQ(CSocket::RESULT_NO_SOCKET, empty.Close());
-    }
-    EXPECT_EQ(closes.none(), closes.since()) << "neither Close nor the destructor reached the PAL core";
-    CClientSocket socket;
-    ASSERT_EQ(CSocket::RESULT_OK, socket.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP));
-    EXPECT_EQ(CSocket::RESULT_OK, socket.Close());
-    EXPECT_EQ(CSocket::RESULT_NO_SOCKET, socket.Close());
-    EXPECT_EQ(std::vector<unsigned long long>{1}, closes.since());
-}
-
-TEST_F(SocketTest, AFailedCloseKeepsTheSocketAndTheDestructorTriesAgain)
-{
-    const osal_kit_test::PalCalls closes{MORVEX_FAULT_SocketClose};
-    {
-        CClientSocket socket;
-        ASSERT_EQ(CSocket::RESULT_OK, socket.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP));
-        osal_kit_test::failNext(MORVEX_FAULT_SocketClose, SOCKET_ERROR_NOT_INITIALIZED);
-        EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, socket.Close());
-        EXPECT_EQ(CSocket::RESULT_OK, socket.SetLinger(0, 0)) << "the socket is still there";
-    }
-    EXPECT_EQ(std::vector<unsigned long long>{2}, closes.since());
-}
-
-TEST_F(SocketTest, TheSocketLayerCallsAreTranslated)
-{
+        EXPECT_EQ(SOCKET_ERROR_INTERNAL, CSocket::ResultMap::Map(static_cast<CSocket::eResult>(result)));
     EXPECT_EQ(CSocket::RESULT_OK, CSocket::InitImplementation());
-    osal_kit_test::failNext(MORVEX_FAULT_SocketInitImplementation, SOCKET_ERROR_INTERNAL);
+    failNext(MORVEX_FAULT_SocketInitImplementation, SOCKET_ERROR_INTERNAL);
     EXPECT_EQ(CSocket::RESULT_INTERNAL_ERROR, CSocket::InitImplementation());
-    osal_kit_test::failNext(MORVEX_FAULT_SocketDeInitImplementation, SOCKET_ERROR_INV_HANDLE);
+    failNext(MORVEX_FAULT_SocketDeInitImplementation, SOCKET_ERROR_INV_HANDLE);
     EXPECT_EQ(CSocket::RESULT_NO_SOCKET, CSocket::DeInitImplementation());
     EXPECT_EQ(CSocket::RESULT_OK, CSocket::DeInitImplementation());
 }
