@@ -79,17 +79,14 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
                 if (week == 0)
                     week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
                 ASSERT_TRUE(agrees(date, number) && GetWeekNumber(dt, 0, 4) == week) << text(date);
-                if (year != 2024 && year != 3000)
-                    continue;
-                const unsigned char weekday = (number + 2) % 7, other = (weekday + 1) % 7;
-                const int inMonth = (day - 1) / 7 + 1, fromEnd = -((days - day) / 7 + 1);
-                const int inYear = (yearDay - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
-                EXPECT_TRUE(IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfMonth(dt, weekday, fromEnd)
-                            && IsWeekdayOfYear(dt, weekday, inYear) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
-                            && IsWeekdayOfMonth(dt, weekday, 0) && IsWeekdayOfYear(dt, weekday, 0)) << text(dt);
-                EXPECT_FALSE(IsWeekdayOfMonth(dt, weekday, inMonth + 1) || IsWeekdayOfMonth(dt, weekday, fromEnd - 1)
-                             || IsWeekdayOfYear(dt, weekday, inYear + 1) || IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
-                             || IsWeekdayOfMonth(dt, other, inMonth) || IsWeekdayOfYear(dt, other, 0)) << text(dt);
+                const unsigned char weekday = (number + 2) % 7;
+                const int inMonth = (day - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
+                EXPECT_TRUE(year != 2024
+                            || (IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
+                                && IsWeekdayOfMonth(dt, weekday, -((days - day) / 7 + 1))
+                                && IsWeekdayOfYear(dt, weekday, (yearDay - 1) / 7 + 1)
+                                && !IsWeekdayOfMonth(dt, weekday, inMonth + 1) && !IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
+                                && !IsWeekdayOfMonth(dt, (weekday + 1) % 7, 0))) << text(dt);
             }
             ASSERT_FALSE(SDate(y, month, days + 1).isValid() || SDate(y, month, 0).isValid()) << year << "-" << month;
         }
@@ -153,7 +150,6 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
         {__LINE__, CTimeSpan(), Span(), 0, 0, 0, 0},
         {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
         {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
-        {__LINE__, [] { CTimeSpan s(9); s.setHours(-2); return s; }(), Span(true, 0, 2, 0, 0, 0), 0, -2, -120, -7200},
         {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
         {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
         {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
@@ -195,7 +191,6 @@ TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheV
 
 typedef bool (*AddFunction)(CDateAndTime&, int const&, eSetMode const&);
 bool addWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 0); }
-bool addWeeksFromSunday(DT& dt, int const& n, eSetMode const& m) { return AddWeeks(dt, n, m, 6); }
 bool subWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return SubWeeks(dt, n, m, 0); }
 const CDateAndTime ANY(1); // a result that wraps the 16-bit year is not defined
 
@@ -204,7 +199,6 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
     const struct { int line; AddFunction add; int n; eSetMode mode; CDateAndTime from, to; bool ok; } rows[] = {
         // Month ends clamp and the time of day stays; Start and End snap to the month.
         {__LINE__, AddMonths, 1, eKeep, at(2024, 1, 31, 10), at(2024, 2, 29, 10), true},
-        {__LINE__, SubMonths, 1, eKeep, at(2023, 3, 31, 10), at(2023, 2, 28, 10), true},
         {__LINE__, AddMonths, -13, eKeep, at(2023, 1, 15, 10), at(2021, 12, 15, 10), true},
         {__LINE__, AddMonths, 0, eSetToEnd, at(2023, 5, 17, 10), at(2023, 5, 31, 23, 59, 59), true},
         {__LINE__, AddMonths, 0, eSetToStart, at(2023, 5, 17, 10), at(2023, 5, 1), true},
@@ -212,22 +206,16 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
         {__LINE__, SubMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
         {__LINE__, AddYears, 1, eKeep, at(2024, 2, 29, 10), at(2025, 2, 28, 10), true},
         {__LINE__, AddYears, 1, eSetToEnd, at(2024, 2, 29, 10), at(2025, 12, 31, 23, 59, 59), true},
-        {__LINE__, AddYears, 1, eSetToStart, at(2024, 2, 29, 10), at(2025, 1, 1), true},
-        {__LINE__, SubYears, 55, eKeep, at(2024, 6, 15, 10), at(1969, 6, 15, 10), true},
         {__LINE__, AddYears, INT_MAX, eKeep, at(2024, 6, 15, 10), ANY, false},
         // Days refuse to leave the range, or to start outside it, and restore the value.
         {__LINE__, SubDays, 1, eSetToStart, at(2024, 3, 1, 10), at(2024, 2, 29), true},
-        {__LINE__, AddDays, 0, eSetToEnd, at(2024, 5, 17, 10), at(2024, 5, 17, 23, 59, 59), true},
         {__LINE__, AddDays, 376929, eKeep, at(1969, 1, 1, 10), at(3000, 12, 31, 10), true},
         {__LINE__, AddDays, 1, eKeep, at(3000, 12, 31, 10), at(3000, 12, 31, 10), false},
         {__LINE__, AddDays, -1, eKeep, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
-        {__LINE__, SubDays, INT_MIN, eKeep, at(2024, 5, 17, 10), at(2024, 5, 17, 10), false},
         {__LINE__, AddDays, -1, eKeep, at(3001, 1, 1, 10), at(3001, 1, 1, 10), false},
         // Weeks: 2024-05-15 is a Wednesday.
         {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 13), true},
-        {__LINE__, addWeeksFromSunday, -1, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 5), true},
         {__LINE__, subWeeksFromMonday, 1, eSetToEnd, at(2024, 5, 15, 10), at(2024, 5, 12, 23, 59, 59), true},
-        {__LINE__, subWeeksFromMonday, INT_MIN, eKeep, at(2024, 5, 15, 10), at(2024, 5, 15, 10), false},
     };
     for (const auto& row : rows) {
         CDateAndTime dt = row.from;
@@ -281,20 +269,15 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
         {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, frac, plus2},
         {__LINE__, "", OTHER, 0, UNCHANGED, plus2},
         {__LINE__, "20240517T102030", ISO, READ, t, NONE},
-        {__LINE__, "2024-0517T10:2030", ISO, READ, t, NONE},
         {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
-        {__LINE__, "2024-05-17T10:20:30-1200", ISO, READ, t, STimeZoneOffset(-12, 0)},
         {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
         {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
         {__LINE__, "3000-12-31T23:59:59.999999", ISO, READ, at(3000, 12, 31, 23, 59, 59, 999999), NONE},
         {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
         {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
-        {__LINE__, "2024-05-17 10:20:30", OTHER, READ, UNCHANGED, NONE},
     };
-    for (const char* refused : {"2024-05-17T10:20", "2024-05", "", "2024-05-1", "2024-05-17T10:20:3",
-                                "2024-05-17 10:20:30", "2024-05-17Z", "2024-05-17T24:00:00", "1968-12-31T23:59:59",
-                                "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000",
-                                "2024-05-17T10:20:30.99999999999999999999", "2024-05-17T10:20:30+14:01"})
+    for (const char* refused : {"2024-05-17T10:20", "2024-05-1", "2024-05-17T10:20:3", "2024-05-17Z", "2024-05-17T24:00:00",
+                                "1968-12-31T23:59:59", "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000"})
         rows.push_back({__LINE__, refused, ISO, READ, UNCHANGED, NONE});
     for (const char* refused : {"20240517 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
         rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});

@@ -1,8 +1,7 @@
 // The byte forms of numbers, dates, blocks and buffers. Every `>>` over a memory stream
 // of outside bytes, in an order chosen by the input, is checked against a model of the
 // stream (position, failure) and of what the operator leaves in its target; length
-// fields may lie. The other half writes values taken from the input with `<<` and reads
-// them back.
+// fields may lie. The other half checks the bytes `<<` writes for values from the input.
 
 #include "FuzzSupport.h"
 
@@ -35,10 +34,7 @@ std::string bytesOf(const CRCMemoryBuffer& block)
 }
 
 template <class T>
-std::string raw(T value)
-{
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
+std::string raw(T value) { return std::string(reinterpret_cast<const char*>(&value), sizeof value); }
 
 // The memory stream as the operators should see it: a read of more than is left
 // delivers nothing and fails the stream for good, leaving it at the end.
@@ -112,9 +108,9 @@ void readSequence(osal_kit_fuzz::Input& in)
     }
 }
 
-// Values from the input, written with `<<` (in host byte order, without tags or
-// padding but the zeros align adds) and read back with `>>` in the same order.
-void roundTrip(osal_kit_fuzz::Input& in)
+// Values from the input written with `<<`: host byte order, no tags, no padding but the
+// zeros align adds; a block is its capacity and bytes, a buffer its whole block.
+void writeSequence(osal_kit_fuzz::Input& in)
 {
     const unsigned int u = in.u32();
     const unsigned long long ull = static_cast<unsigned long long>(in.u32()) << 32 | in.u32();
@@ -123,27 +119,13 @@ void roundTrip(osal_kit_fuzz::Input& in)
     const unsigned int blockSize = in.byte() % 20;
     const CBuffer buffer = bufferOf(in.text(), blockSize);
     PAL::CMemoryOStream out(1u + in.byte() % 16);
-    const unsigned int alignment = in.byte();
+    const unsigned int alignment = in.byte(), padded = alignment > 1 ? (12 + alignment) / alignment * alignment : 13;
     out << u << c << PAL::CDateAndTime(ull);
-    FUZZ_CHECK(out.align(alignment) && out.getPosition() == (alignment > 1 ? (12 + alignment) / alignment * alignment : 13));
-    const unsigned int padded = out.getPosition();
-    FUZZ_CHECK(bytesOf(out.getBuffer()) == (raw(u) + c + raw(ull)).append(padded - 13, '\0'));
+    FUZZ_CHECK(out.align(alignment) && out.getPosition() == padded);
     out << block << buffer;
-    const PAL::CMemoryIStream back(out.getBuffer());
-    unsigned int u2 = ~u;
-    char c2 = static_cast<char>(~c);
-    PAL::CDateAndTime when;
-    CRCMemoryBuffer block2;
-    CBuffer buffer2;
-    back >> u2;
-    back.read(&c2, 1);
-    back >> when;
-    FUZZ_CHECK(back.align(alignment) && back.getPosition() == padded);
-    back >> block2 >> buffer2;
-    FUZZ_CHECK(out.isGood() && back.isGood() && back.getAvailable() == 0 && u2 == u && c2 == c);
-    FUZZ_CHECK(when.getMicroseconds() == ull && block2 == block);
-    // A buffer travels as its whole block: the used bytes, then the block's zeros.
-    FUZZ_CHECK(bytesOf(buffer2) == bytesOf(buffer) + std::string(buffer.getCapacity() - buffer.getSize(), '\0'));
+    const std::string expected = (raw(u) + c + raw(ull)).append(padded - 13, '\0') + raw(block.getCapacity())
+        + bytesOf(block) + raw(buffer.getCapacity()) + bytesOf(buffer.getMemoryBuffer());
+    FUZZ_CHECK(out.isGood() && bytesOf(out.getBuffer()) == expected);
 }
 
 } // namespace
@@ -151,6 +133,6 @@ void roundTrip(osal_kit_fuzz::Input& in)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     osal_kit_fuzz::Input in(data, size);
-    (in.byte() & 1) ? roundTrip(in) : readSequence(in);
+    (in.byte() & 1) ? writeSequence(in) : readSequence(in);
     return 0;
 }
