@@ -82,7 +82,9 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
                 const unsigned char weekday = (number + 2) % 7;
                 const int inMonth = (day - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
                 EXPECT_TRUE(year != 2024
-                            || (IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
+                            || (GetYearDay(dt) == number - first + 1
+                                && GetWeekStartOffset(dt, number % 10) == (weekday + 7 - number % 10 % 7) % 7
+                                && IsWeekdayOfMonth(dt, weekday, inMonth) && IsWeekdayOfYear(dt, weekday, fromYearEnd)
                                 && IsWeekdayOfMonth(dt, weekday, -((days - day) / 7 + 1))
                                 && IsWeekdayOfYear(dt, weekday, (yearDay - 1) / 7 + 1)
                                 && !IsWeekdayOfMonth(dt, weekday, inMonth + 1) && !IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
@@ -121,7 +123,6 @@ TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
         {__LINE__, [](DT& d) { d.setDate(SDate(2023, 2, 31)); }, 0, "2023-03-03 10:20:30.000040"},
         {__LINE__, [](DT& d) { d.setDate(2024, 200, 5); }, 0, "2024-12-05 10:20:30.000040"},
         {__LINE__, [](DT& d) { d.setTime(STime(0, 30, 0, 0), -1); }, 0, "2020-06-05 23:30:00.000000"},
-        {__LINE__, [](DT& d) { d.setTime(22, 0, 0, 1); }, 0, "2020-06-06 22:00:00.000001"},
         {__LINE__, [](DT& d) { d.setDateAndTime(2024, 5, 17, 1, 2, 3, 4); }, 0, "2024-05-17 01:02:03.000004"},
         {__LINE__, [](DT& d) { d.setMicrosecondsFromUnixBaseTime(0); }, 0, "1970-01-01 00:00:00.000000"},
         {__LINE__, [](DT& d) { d.subTimeSpan(CTimeSpan(0ull - DAY)); }, 0, "2020-06-07 10:20:30.000040"},
@@ -146,27 +147,26 @@ TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
 // form carries the sign apart; fields out of range still count as they stand.
 TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
 {
-    const struct { int line; CTimeSpan span; Span parts; int d; long long h, m, s; } rows[] = {
-        {__LINE__, CTimeSpan(), Span(), 0, 0, 0, 0},
-        {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1), 0, 0, 0, 0},
-        {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0), -1, -24, -1440, -86400},
-        {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0), 0, 1, 90, 5400},
-        {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5), -1, -26, -1563, -93784},
-        {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0), 1, 25, 1500, 90000},
-        {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0), 0, 0, 0, -1}, // wraps
-        {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808), -106751991, -2562047788,
-         -153722867280, -9223372036854},
-        {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999),
-         -100000, -2400023, -144001439, -8640086399},
+    const struct { int line; CTimeSpan span; Span parts; } rows[] = {
+        {__LINE__, CTimeSpan(), Span()},
+        {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1)},
+        {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0)},
+        {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0)},
+        {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5)},
+        {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0)},
+        {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0)}, // wraps
+        {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808)},
+        {__LINE__, CTimeSpan(Span(true, 100000, 23, 59, 59, 999999)), Span(true, 100000, 23, 59, 59, 999999)},
     };
     for (const auto& row : rows) {
         const unsigned long long bits = row.span.getMicroseconds();
+        const long long micros = static_cast<long long>(bits);
         Span parts(true, 9, 9, 9, 9, 9);
         row.span.getSpan(parts);
-        const int sign = bits == 0 ? 0 : bits >> 63 ? -1 : 1;
+        const int sign = (micros > 0) - (micros < 0);
         EXPECT_TRUE(row.parts == parts && parts.isValid() && CTimeSpan(parts).getMicroseconds() == bits) << row.line;
-        EXPECT_TRUE(row.d == row.span.getDays() && row.h == row.span.getHours() && row.m == row.span.getMinutes()
-                    && row.s == row.span.getSeconds()) << row.line;
+        EXPECT_TRUE(row.span.getDays() == micros / 86400000000 && row.span.getHours() == micros / 3600000000
+                    && row.span.getMinutes() == micros / 60000000 && row.span.getSeconds() == micros / 1000000) << row.line;
         EXPECT_TRUE(row.span.compareTo(CTimeSpan()) == sign && CTimeSpan().compareTo(row.span) == -sign) << row.line;
     }
     EXPECT_FALSE(Span(false, 0, 24, 0, 0, 0).isValid() || Span(false, 0, 0, 60, 0, 0).isValid()
@@ -224,15 +224,12 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
     }
 }
 
-TEST(CalendarArithmetic, WeekNumbersYearDaysAndWeekStarts)
+TEST(CalendarArithmetic, WeekNumbersAndDayComparisons)
 {
     EXPECT_TRUE(GetWeekNumber(at(2000, 12, 31), 13, 1) == 54 && GetWeekNumber(at(2024, 1, 1), 0, 0) == 1);
-    EXPECT_TRUE(GetYearDay(at(2024, 12, 31, 23, 59, 59, 999999)) == 366 && GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1));
-    EXPECT_TRUE(CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
+    EXPECT_TRUE(GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1)
+                && CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
     EXPECT_FALSE(CompareDates(at(2024, 5, 15, 23, 59, 59, 999999), at(2024, 5, 16)));
-    const unsigned char offsets[] = {2, 1, 0, 6, 5, 4, 3, 2, 1, 0}; // of a Wednesday, for week starts 0..9
-    for (unsigned char start = 0; start < 10; ++start)
-        EXPECT_EQ(offsets[start], GetWeekStartOffset(at(2024, 5, 15, 12), start)) << +start;
 }
 
 TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
@@ -272,7 +269,6 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
         {__LINE__, "2024-05-17T10:20:30+0530", ISO, READ, t, STimeZoneOffset(5, 30)},
         {__LINE__, "20240517", ISO, READ, at(2024, 5, 17), NONE},
         {__LINE__, "2024-05-17T10:20:30.000000000005Z", ISO, READ, at(2024, 5, 17, 10, 20, 30, 5), utc},
-        {__LINE__, "3000-12-31T23:59:59.999999", ISO, READ, at(3000, 12, 31, 23, 59, 59, 999999), NONE},
         {__LINE__, "2024-05-17T10:20: 5", ISO, READ, at(2024, 5, 17, 10, 20, 5), NONE}, // as sscanf reads "%02u"
         {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
     };
