@@ -36,20 +36,15 @@ CDateAndTime at(unsigned short year, unsigned char month, unsigned char day, uns
 }
 
 // "2024-05-17 10:20:30.000040", written independently of the library's text forms.
-std::string text(const SDate& d, const STime& t = STime())
+std::string text(const CDateAndTime& dt, int hourOffset = 0)
 {
+    SDate d;
+    STime t;
+    dt.getDateAndTime(d, t, hourOffset);
     char out[48];
     std::snprintf(out, sizeof out, "%04u-%02u-%02u %02u:%02u:%02u.%06u", d.mYear, d.mMonth, d.mDay, t.mHour,
                   t.mMinute, t.mSecond, t.mMicros);
     return out;
-}
-
-std::string text(const CDateAndTime& dt)
-{
-    SDate date;
-    STime time;
-    dt.getDateAndTime(date, time, 0);
-    return text(date, time);
 }
 
 // Every day of the valid range, and the first and last day of each later 16-bit year,
@@ -78,7 +73,7 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
                 unsigned int week = (yearDay - (januaryFirst + yearDay - 1) % 7 + 9) / 7;
                 if (week == 0)
                     week = previous == 3 || (previous == 2 && referenceLeap(year - 1)) ? 53 : 52;
-                ASSERT_TRUE(agrees(date, number) && GetWeekNumber(dt, 0, 4) == week) << text(date);
+                ASSERT_TRUE(agrees(date, number) && GetWeekNumber(dt, 0, 4) == week) << text(dt);
                 const unsigned char weekday = (number + 2) % 7;
                 const int inMonth = (day - 1) / 7 + 1, fromYearEnd = -((yearLength - yearDay) / 7 + 1);
                 EXPECT_TRUE(year != 2024
@@ -99,15 +94,11 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
     EXPECT_TRUE(STime(23, 59, 59, 999999).isValid() && SDate(2024, 1, 1).isLeapYear());
     EXPECT_FALSE(STime(24, 0, 0, 0).isValid() || STime(0, 60, 0, 0).isValid() || STime(0, 0, 60, 0).isValid()
                  || CDateAndTime::isTimeValid(STime(0, 0, 0, 1000000)));
-    // Far beyond the range a date keeps its year's low 16 bits, on either side of the
-    // point where the count from year 0 needs more than 30 bits; a year below 1969 runs
-    // its whole years to that year plus 65,536 but keeps its own months.
-    const unsigned int numbers[] = {1073022720u, 1073022721u, ~0u};
-    SDate far[3];
-    for (int i = 0; i < 3; ++i)
-        CDateAndTime::getDateFromDays(numbers[i], far[i]);
-    EXPECT_TRUE(far[0] == SDate(56221, 6, 5) && far[1] == SDate(56221, 6, 6) && far[2] == SDate(30246, 1, 20));
-    // 100 has no 29 February.
+    // Far beyond the range a date keeps its year's low 16 bits; a year below 1969 runs
+    // its whole years to that year plus 65,536 but keeps its own months; 100 has no 29 February.
+    SDate far;
+    CDateAndTime::getDateFromDays(~0u, far);
+    EXPECT_TRUE(far == SDate(30246, 1, 20));
     EXPECT_TRUE(CDateAndTime::getDaysFromDate(SDate(100, 3, 1)) == 23253953u
                 && CDateAndTime::getDaysFromDate(SDate(1968, 3, 1)) == 23936226u);
 }
@@ -135,8 +126,8 @@ TEST(DateAndTime, InstantsAreSetAndBrokenDownWithHourOffsets)
         dt.getDateAndTime(shifted, time, row.offset);
         dt.getTime(timeOnly, row.offset);
         dt.getDate(date);
-        EXPECT_TRUE(row.expected == text(shifted, time) && time == timeOnly && (row.offset != 0 || date == shifted))
-            << row.line << ": " << text(shifted, time);
+        EXPECT_TRUE(row.expected == text(dt, row.offset) && time == timeOnly && (row.offset != 0 || date == shifted))
+            << row.line << ": " << text(dt, row.offset);
     }
     // Unix base time is one common year later; instants in 1969 wrap, the value 0 stays 0.
     for (const unsigned long long micros : {0ull, 365 * DAY, 366 * DAY + 5, 1ull})
@@ -171,10 +162,8 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
     }
     EXPECT_FALSE(Span(false, 0, 24, 0, 0, 0).isValid() || Span(false, 0, 0, 60, 0, 0).isValid()
                  || Span(false, 0, 0, 0, 60, 0).isValid() || CTimeSpan::isSpanValid(Span(false, 0, 0, 0, 0, 1000000)));
-    Span between;
-    at(2024, 5, 17, 10).subTimeStamp(at(2024, 5, 18, 12, 30)).getSpan(between);
-    EXPECT_TRUE(between == Span(true, 1, 2, 30, 0, 0));
-    EXPECT_TRUE(at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
+    EXPECT_TRUE(at(2024, 5, 17, 10).subTimeStamp(at(2024, 5, 18, 12, 30)).getMinutes() == -1590
+                && at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
 TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheValue)
@@ -185,8 +174,8 @@ TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheV
     CDateAndTime dt = UNCHANGED;
     osal_kit_test::failNext(MORVEX_FAULT_getRealTime, 1);
     EXPECT_TRUE(!FromSystemTime(dt) && dt.compareTo(UNCHANGED) == 0 && FromSystemTime(dt));
-    Morvex_PAL_setFixedRealTime(nullptr);
     EXPECT_EQ("2024-05-17 10:20:30.000000", text(dt));
+    Morvex_PAL_setFixedRealTime(nullptr);
 }
 
 typedef bool (*AddFunction)(CDateAndTime&, int const&, eSetMode const&);
@@ -201,17 +190,13 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
         {__LINE__, AddMonths, 1, eKeep, at(2024, 1, 31, 10), at(2024, 2, 29, 10), true},
         {__LINE__, AddMonths, -13, eKeep, at(2023, 1, 15, 10), at(2021, 12, 15, 10), true},
         {__LINE__, AddMonths, 0, eSetToEnd, at(2023, 5, 17, 10), at(2023, 5, 31, 23, 59, 59), true},
-        {__LINE__, AddMonths, 0, eSetToStart, at(2023, 5, 17, 10), at(2023, 5, 1), true},
         {__LINE__, AddMonths, 1, eKeep, at(3000, 12, 15, 10), at(3001, 1, 15, 10), false}, // left as computed
-        {__LINE__, SubMonths, INT_MIN, eKeep, at(2023, 1, 15, 10), ANY, false},
-        {__LINE__, AddYears, 1, eKeep, at(2024, 2, 29, 10), at(2025, 2, 28, 10), true},
         {__LINE__, AddYears, 1, eSetToEnd, at(2024, 2, 29, 10), at(2025, 12, 31, 23, 59, 59), true},
         {__LINE__, AddYears, INT_MAX, eKeep, at(2024, 6, 15, 10), ANY, false},
         // Days refuse to leave the range, or to start outside it, and restore the value.
         {__LINE__, SubDays, 1, eSetToStart, at(2024, 3, 1, 10), at(2024, 2, 29), true},
         {__LINE__, AddDays, 376929, eKeep, at(1969, 1, 1, 10), at(3000, 12, 31, 10), true},
         {__LINE__, AddDays, 1, eKeep, at(3000, 12, 31, 10), at(3000, 12, 31, 10), false},
-        {__LINE__, AddDays, -1, eKeep, at(1969, 1, 1, 10), at(1969, 1, 1, 10), false},
         {__LINE__, AddDays, -1, eKeep, at(3001, 1, 1, 10), at(3001, 1, 1, 10), false},
         // Weeks: 2024-05-15 is a Wednesday.
         {__LINE__, addWeeksFromMonday, 0, eSetToStart, at(2024, 5, 15, 10), at(2024, 5, 13), true},
@@ -235,11 +220,9 @@ TEST(CalendarArithmetic, WeekNumbersAndDayComparisons)
 TEST(TimeZoneOffset, RefusesWhatItCannotHoldAndComparesOnlyValidOffsets)
 {
     STimeZoneOffset zone(-3, 30);
-    Span span;
-    zone.GetAsTimeSpan().getSpan(span);
     EXPECT_FALSE(zone.Set(-13, 0) || zone.Set(1, 60) || STimeZoneOffset(15, 0).IsValid() || NONE == NONE);
     EXPECT_TRUE(zone == STimeZoneOffset(-3, 30) && zone != STimeZoneOffset(3, 30) && NONE != NONE && !NONE.IsUTC());
-    EXPECT_TRUE(span == Span(true, 0, 3, 30, 0, 0) && NONE.GetAsTimeSpan().getMicroseconds() == 0);
+    EXPECT_TRUE(zone.GetAsTimeSpan().getMicroseconds() == 0ull - 210 * 60000000ull && NONE.GetAsTimeSpan().getMicroseconds() == 0);
     EXPECT_TRUE(zone.FromString("") && zone.IsUTC()); // an empty zone text is UTC
     EXPECT_TRUE(zone.FromString("-00:30") && zone.mOffsetMinutes == 30); // the sign travels on the hours
     for (const char* text : {"+14:01", "-12:30", "+5:30", "05:30", "z", "+05:60", "+05-30", "+05:30Z", "UTC", "+"}) {
@@ -258,11 +241,10 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
     const int READ = -1, FRAC = eWithFraction;
     struct Row { int line; const char* text; eDateTimeFormat format; int options; CDateAndTime dt; STimeZoneOffset zone; };
     std::vector<Row> rows = {
-        {__LINE__, "2024-05-17T10:20:30.250000+02:00", ISO, FRAC, frac, plus2},
+        {__LINE__, "2024-05-17T10:20:30.250000-03:30", ISO, FRAC, frac, STimeZoneOffset(-3, 30)},
         {__LINE__, "2024-05-17", ISO, eDateOnly | FRAC, at(2024, 5, 17), plus2},
         {__LINE__, "2024-05-17T10:20:30", ISO, eWithoutTimeZone, t, plus2},
         {__LINE__, "1969-01-01T00:00:00.5Z", ISO, FRAC, CDateAndTime(5), utc},
-        {__LINE__, "2024-05-17T10:20:30-03:30", ISO, 0, t, STimeZoneOffset(-3, 30)},
         {__LINE__, "2024-05-17 10:20:30.250000", BLANK, FRAC, frac, plus2},
         {__LINE__, "", OTHER, 0, UNCHANGED, plus2},
         {__LINE__, "20240517T102030", ISO, READ, t, NONE},
