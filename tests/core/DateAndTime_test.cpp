@@ -183,7 +183,7 @@ bool addWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return AddWee
 bool subWeeksFromMonday(DT& dt, int const& n, eSetMode const& m) { return SubWeeks(dt, n, m, 0); }
 const CDateAndTime ANY(1); // a result that wraps the 16-bit year is not defined
 
-TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
+TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnitsAndWeeksAreCounted)
 {
     const struct { int line; AddFunction add; int n; eSetMode mode; CDateAndTime from, to; bool ok; } rows[] = {
         // Month ends clamp and the time of day stays; Start and End snap to the month.
@@ -207,10 +207,6 @@ TEST(CalendarArithmetic, AddAndSubMoveByCalendarUnits)
         EXPECT_EQ(row.ok, row.add(dt, row.n, row.mode)) << row.line;
         EXPECT_TRUE(row.to.compareTo(ANY) == 0 || row.to.compareTo(dt) == 0) << row.line << ": " << text(dt);
     }
-}
-
-TEST(CalendarArithmetic, WeekNumbersAndDayComparisons)
-{
     EXPECT_TRUE(GetWeekNumber(at(2000, 12, 31), 13, 1) == 54 && GetWeekNumber(at(2024, 1, 1), 0, 0) == 1);
     EXPECT_TRUE(GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1)
                 && CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));

@@ -43,13 +43,14 @@ struct Model {
     size_t pos = 0;
     bool good = true;
 
-    bool take(size_t n, std::string& out)
+    bool take(size_t n, std::string* out = nullptr)
     {
         if (n > bytes.size() - pos) {
             pos = bytes.size();
             return good = false;
         }
-        out = bytes.substr(pos, n);
+        if (out)
+            *out = bytes.substr(pos, n);
         pos += n;
         return true;
     }
@@ -57,7 +58,7 @@ struct Model {
     T read(T value)
     {
         std::string got;
-        if (take(sizeof(T), got))
+        if (take(sizeof(T), &got))
             std::memcpy(&value, got.data(), sizeof(T));
         return value;
     }
@@ -67,7 +68,7 @@ struct Model {
     std::string block(std::string old)
     {
         const unsigned int n = read(0u);
-        if ((n <= 0x10000u || n <= bytes.size() - pos) && !take(n, old))
+        if ((n <= 0x10000u || n <= bytes.size() - pos) && !take(n, &old))
             old.assign(n, '\0');
         return old;
     }
@@ -76,8 +77,7 @@ struct Model {
 void readSequence(osal_kit_fuzz::Input& in)
 {
     const std::string ops = in.bytes(in.byte() % 8);
-    Model model;
-    model.bytes = in.rest();
+    Model model{in.rest()};
     const PAL::CMemoryIStream stream(bufferOf(model.bytes));
     for (const char op : ops) {
         const unsigned int code = static_cast<uint8_t>(op), alignment = code >> 4;
@@ -89,7 +89,6 @@ void readSequence(osal_kit_fuzz::Input& in)
         CBuffer buffer = bufferOf("older", 4u);
         const CRCMemoryBuffer blockCopy(block);
         const CBuffer bufferCopy(buffer);
-        std::string skipped;
         switch (code % 7) {
         case 0: stream >> u; FUZZ_CHECK(u == model.read(0xA5A5A5A5u)); break;
         case 1: stream >> ull; FUZZ_CHECK(ull == model.read(~0ull / 3)); break;
@@ -97,14 +96,11 @@ void readSequence(osal_kit_fuzz::Input& in)
         case 3: stream >> block; FUZZ_CHECK(bytesOf(block) == model.block("old")); break;
         case 4: stream >> buffer; FUZZ_CHECK(bytesOf(buffer) == model.block("older")); break;
         case 5: stream.read(&c, 1); FUZZ_CHECK(c == model.read('q')); break;
-        default:
-            stream.align(alignment);
-            if (alignment > 1)
-                model.take((alignment - model.pos % alignment) % alignment, skipped);
+        default: stream.align(alignment); model.take(alignment > 1 ? (alignment - model.pos % alignment) % alignment : 0);
         }
         FUZZ_CHECK(bytesOf(blockCopy) == "old" && bytesOf(bufferCopy) == "older" && buffer.getBlockSize() == 4u);
-        FUZZ_CHECK(stream.getPosition() == model.pos && stream.isGood() == model.good);
-        FUZZ_CHECK(stream.getAvailable() == model.bytes.size() - model.pos);
+        FUZZ_CHECK(stream.getPosition() == model.pos && stream.isGood() == model.good
+                   && stream.getAvailable() == model.bytes.size() - model.pos);
     }
 }
 
