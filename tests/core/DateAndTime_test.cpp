@@ -158,7 +158,6 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
         {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1)},
         {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0)},
         {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0)},
-        {__LINE__, CTimeSpan(Span(true, 1, 2, 3, 4, 5)), Span(true, 1, 2, 3, 4, 5)},
         {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0)},
         {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0)}, // wraps
         {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808)},
@@ -181,7 +180,8 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
                 && at(2024, 5, 17).compareTo(at(2024, 5, 18)) == -1 && CDateAndTime(~0ull).compareTo(CDateAndTime(1)) == 1);
 }
 
-TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheValue)
+// The clock's fields are taken as they come; a clock that fails leaves the value.
+TEST(CalendarArithmetic, SystemTimeWeekNumbersAndDayComparisons)
 {
     osal_kit_test::FaultGuard faults;
     const sMorvex_PAL_RealTime fixed = {30, 20, 10, 17, 5, 124, 5, 137};
@@ -191,10 +191,6 @@ TEST(CalendarArithmetic, FromSystemTimeTakesTheClockFieldsAsTheyComeOrLeavesTheV
     EXPECT_TRUE(!FromSystemTime(dt) && dt.compareTo(UNCHANGED) == 0 && FromSystemTime(dt));
     EXPECT_EQ("2024-05-17 10:20:30.000000", text(dt));
     Morvex_PAL_setFixedRealTime(nullptr);
-}
-
-TEST(CalendarArithmetic, WeekNumbersAndDayComparisons)
-{
     EXPECT_TRUE(GetWeekNumber(at(2000, 12, 31), 13, 1) == 54 && GetWeekNumber(at(2024, 1, 1), 0, 0) == 1);
     EXPECT_TRUE(GetStartOfYear(at(2024, 7, 7)) == SDate(2024, 1, 1)
                 && CompareDates(at(2024, 5, 15), at(2024, 5, 15, 23, 59, 59, 999999)));
