@@ -127,6 +127,7 @@ TEST(DateAndTime, InstantsAreSetMovedAndBrokenDown)
         {__LINE__, [](DT& d) { return AddYears(d, 1, eSetToEnd); }, 0, "2021-12-31 23:59:59.000000"},
         {__LINE__, [](DT& d) { return !AddYears(d, INT_MAX, eKeep); }, 0, nullptr}, // a wrapped year is not defined
         {__LINE__, [](DT& d) { return SubDays(d, 1, eSetToStart); }, 0, "2020-06-05 00:00:00.000000"},
+        {__LINE__, [](DT& d) { return !SubDays(d, INT_MIN, eKeep); }, 0, "2020-06-06 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(1969, 1, 1), AddDays(d, 376929, eKeep); }, 0, "3000-12-31 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(3000, 12, 31), !AddDays(d, 1, eKeep); }, 0, "3000-12-31 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(3001, 1, 1), !AddDays(d, -1, eKeep); }, 0, "3001-01-01 10:20:30.000040"},

@@ -37,40 +37,31 @@ template <class T>
 std::string raw(T value) { return std::string(reinterpret_cast<const char*>(&value), sizeof value); }
 
 // The memory stream as the operators should see it: a read of more than is left
-// delivers nothing and fails the stream for good, leaving it at the end.
+// delivers nothing (the target keeps `otherwise`) and fails the stream for good,
+// leaving it at the end.
 struct Model {
     std::string bytes;
     size_t pos = 0;
     bool good = true;
 
-    bool take(size_t n, std::string* out = nullptr)
+    std::string take(size_t n, std::string otherwise)
     {
         if (n > bytes.size() - pos) {
             pos = bytes.size();
-            return good = false;
+            good = false;
+            return otherwise;
         }
-        if (out)
-            *out = bytes.substr(pos, n);
         pos += n;
-        return true;
-    }
-    template <class T>
-    T read(T value)
-    {
-        std::string got;
-        if (take(sizeof(T), &got))
-            std::memcpy(&value, got.data(), sizeof(T));
-        return value;
+        return bytes.substr(pos - n, n);
     }
     // What a block read leaves in a target holding `old`: zeros where the stream ran
     // short. A length beyond 64 KiB that the stream does not hold gets no memory: the
     // target stays as it was.
-    std::string block(std::string old)
+    std::string block(const std::string& old)
     {
-        const unsigned int n = read(0u);
-        if ((n <= 0x10000u || n <= bytes.size() - pos) && !take(n, &old))
-            old.assign(n, '\0');
-        return old;
+        unsigned int n = 0;
+        std::memcpy(&n, take(4, raw(0u)).data(), 4);
+        return n > 0x10000u && n > bytes.size() - pos ? old : take(n, std::string(n, '\0'));
     }
 };
 
@@ -90,13 +81,13 @@ void readSequence(osal_kit_fuzz::Input& in)
         const CRCMemoryBuffer blockCopy(block);
         const CBuffer bufferCopy(buffer);
         switch (code % 7) {
-        case 0: stream >> u; FUZZ_CHECK(u == model.read(0xA5A5A5A5u)); break;
-        case 1: stream >> ull; FUZZ_CHECK(ull == model.read(~0ull / 3)); break;
-        case 2: stream >> when; FUZZ_CHECK(when.getMicroseconds() == model.read(12345ull)); break;
+        case 0: stream >> u; FUZZ_CHECK(raw(u) == model.take(4, raw(0xA5A5A5A5u))); break;
+        case 1: stream >> ull; FUZZ_CHECK(raw(ull) == model.take(8, raw(~0ull / 3))); break;
+        case 2: stream >> when; FUZZ_CHECK(raw(when.getMicroseconds()) == model.take(8, raw(12345ull))); break;
         case 3: stream >> block; FUZZ_CHECK(bytesOf(block) == model.block("old")); break;
         case 4: stream >> buffer; FUZZ_CHECK(bytesOf(buffer) == model.block("older")); break;
-        case 5: stream.read(&c, 1); FUZZ_CHECK(c == model.read('q')); break;
-        default: stream.align(alignment); model.take(alignment > 1 ? (alignment - model.pos % alignment) % alignment : 0);
+        case 5: stream.read(&c, 1); FUZZ_CHECK(std::string(1, c) == model.take(1, "q")); break;
+        default: stream.align(alignment); model.take(alignment > 1 ? (alignment - model.pos % alignment) % alignment : 0, "");
         }
         FUZZ_CHECK(bytesOf(blockCopy) == "old" && bytesOf(bufferCopy) == "older" && buffer.getBlockSize() == 4u);
         FUZZ_CHECK(stream.getPosition() == model.pos && stream.isGood() == model.good
