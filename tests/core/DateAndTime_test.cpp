@@ -242,15 +242,15 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
         rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << row.line << ": \"" << row.text << "\"");
-        const unsigned int options = static_cast<unsigned int>(row.options);
-        const PAL::CString written = row.options == READ ? row.text : ToString(row.dt, row.format, options, row.zone);
+        const PAL::CString written =
+            row.options == READ ? row.text : ToString(row.dt, row.format, static_cast<unsigned int>(row.options), row.zone);
         CDateAndTime dt = UNCHANGED;
         STimeZoneOffset zone(5, 0);
         const bool zoneWritten = row.options == READ || (row.options & (eDateOnly | eWithoutTimeZone)) == 0;
         const STimeZoneOffset& expected = row.format == ISO && zoneWritten ? row.zone : NONE;
         EXPECT_STREQ(row.text, written.getBuffer());
-        EXPECT_EQ(row.dt.compareTo(UNCHANGED) != 0, FromString(dt, row.text, row.format, &zone));
-        EXPECT_EQ(text(row.dt), text(dt));
+        EXPECT_TRUE(FromString(dt, row.text, row.format, &zone) == (row.dt.compareTo(UNCHANGED) != 0)
+                    && text(row.dt) == text(dt)) << text(dt);
         EXPECT_TRUE(zone.IsValid() == expected.IsValid() && zone.mOffsetMinutes == expected.mOffsetMinutes);
     }
 }
