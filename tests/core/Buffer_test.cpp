@@ -1,14 +1,13 @@
-// Buffers and streams: the shared memory block, the growable byte buffer (copy on write,
-// also across threads), the byte-stream forms and the memory stream pair. Records of
-// outside bytes read through every `>>` are the stream_read fuzz target's business.
+// Buffers and streams: the shared memory block, the growable byte buffer, the byte-stream
+// forms and the memory stream pair. Records of outside bytes read through every `>>` are
+// the stream_read fuzz target's business.
 
 #include "support/AllocationBalance.h"
 #include "support/StreamBytes.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
+#include <string>
 
 namespace {
 
@@ -97,35 +96,6 @@ TEST(BufferTest, ResizeReserveAndCopyKeepTheBytesThatFit)
     EXPECT_EQ(4u, buffer.copyFrom(out, 100, 10));
     EXPECT_EQ(0u, buffer.copyFrom(out, 1, 14) + buffer.copyFrom(nullptr, 1, 0));
     EXPECT_EQ(0u, buffer.copyTo(nullptr, 1, 0) + buffer.copyTo("a", 2, 0xFFFFFFFFu) + buffer.copyTo("a", 1, 0xFFFFFFF4u));
-}
-
-// In every round all threads hold copies of one block and write into them at once: all
-// but the last writer copy the block, the last writes in place while the others may
-// still be reading it. Nobody sees another's byte, and every block goes.
-TEST(BufferTest, CopiesOnDifferentThreadsWriteIndependently)
-{
-    const unsigned int threads = 4;
-    osal_kit_test::AllocationBalance balance;
-    {
-        std::vector<std::vector<CBuffer>> copies;
-        for (int round = 0; round < 200; ++round)
-            copies.emplace_back(threads, holding("...."));
-        std::atomic<unsigned int> ready{0};
-        std::vector<std::thread> workers;
-        for (unsigned int t = 0; t < threads; ++t)
-            workers.emplace_back([&, t] {
-                for (++ready; ready.load() < threads;)
-                    std::this_thread::yield();
-                for (std::vector<CBuffer>& round : copies)
-                    round[t].copyTo(&"ABCD"[t], 1, t);
-            });
-        for (std::thread& worker : workers)
-            worker.join();
-        for (const std::vector<CBuffer>& round : copies)
-            for (unsigned int t = 0; t < threads; ++t)
-                EXPECT_EQ(std::string("....").replace(t, 1, 1, "ABCD"[t]), textOf(round[t]));
-    }
-    EXPECT_EQ(0, balance.liveBlocksDelta());
 }
 
 // A stream that delivers part of a read overwrites only that part of the value, and

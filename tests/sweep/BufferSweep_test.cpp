@@ -3,9 +3,8 @@
 // its block) as it was, a block that cannot be had gives an empty handle, and a record
 // that cannot be read leaves its target unchanged.
 
-#include "core/MemoryStream.h"
-
 #include "support/AllocationSweep.h"
+#include "support/StreamBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -18,24 +17,17 @@ using PAL::CRCMemoryBuffer;
 
 std::string textOf(const CBuffer& buffer)
 {
-    std::string text(buffer.getSize(), '\0');
-    buffer.copyFrom(&text[0], buffer.getSize(), 0);
-    return text;
-}
-
-CBuffer holding(const std::string& text, unsigned int blockSize)
-{
-    CBuffer buffer(0, blockSize);
-    buffer.copyTo(text.data(), static_cast<unsigned int>(text.size()), 0);
-    return buffer;
+    const osal_kit_test::Bytes bytes = osal_kit_test::bytesOf(buffer);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 TEST(BufferSweep, BuffersBlocksAndRecordsChangeWholeOrNotAtAll)
 {
     osal_kit_test::sweepAllocations(osal_kit_test::AllocationScenario{__LINE__, "buffers", [](unsigned int skip) {
-        CBuffer buffer = holding("abc", 4), target = holding("old", 8);
+        CBuffer buffer(0, 4), target(0, 8), source(0, 1);
+        buffer.copyTo("abc", 3, 0), target.copyTo("old", 3, 0), source.copyTo("xyz", 3, 0);
         const CBuffer copy = buffer;
-        CRCMemoryBuffer block = holding("xyz", 1).getMemoryBuffer();
+        CRCMemoryBuffer block = source.getMemoryBuffer();
         PAL::CMemoryOStream out;
         osal_kit_test::failAllocationAfter(skip);
         const unsigned int copied[] = {buffer.copyTo("XY", 2, 1), buffer.copyTo("hello", 5, buffer.getSize())};

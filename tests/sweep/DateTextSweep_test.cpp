@@ -31,16 +31,12 @@ bool writeAndReadArmed(void (*arm)(unsigned int), unsigned int skip)
     return accepted;
 }
 
-void failScanAfter(unsigned int skip)
-{
-    Morvex_Fault_ArmEx(MORVEX_FAULT_sscanf, -1, skip, 1, 1);
-}
-
 TEST(DateTextSweep, TextsAreCompleteOrRefusedWhateverFails)
 {
     osal_kit_test::sweepAllocations(osal_kit_test::AllocationScenario{
         __LINE__, "texts", [](unsigned int skip) { writeAndReadArmed(osal_kit_test::failAllocationAfter, skip); }});
     osal_kit_test::FaultGuard faults;
+    const auto failScanAfter = [](unsigned int skip) { Morvex_Fault_ArmEx(MORVEX_FAULT_sscanf, -1, skip, 1, 1); };
     for (unsigned int skip = 0; skip < 8; ++skip) // one scan per field of the text
         EXPECT_FALSE(writeAndReadArmed(failScanAfter, skip)) << skip;
     EXPECT_TRUE(writeAndReadArmed(failScanAfter, 8));
