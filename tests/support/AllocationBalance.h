@@ -6,9 +6,6 @@
 #include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"
 
-#include <initializer_list>
-#include <vector>
-
 namespace osal_kit_test {
 
 // A snapshot of the allocator's counts for `component` and `label` (nullptr label: all
@@ -50,30 +47,6 @@ inline void failNext(eMorvex_FaultFunction function, int code, unsigned int coun
 {
     Morvex_Fault_ArmEx(function, code, 0, count, thisThreadOnly ? 1 : 0);
 }
-
-// How often each of some PAL functions was called since this snapshot, so a test can
-// tell that a refusal never reached the PAL core.
-class PalCalls {
-public:
-    PalCalls(std::initializer_list<eMorvex_FaultFunction> functions) : functions_(functions)
-    {
-        for (eMorvex_FaultFunction function : functions_)
-            start_.push_back(Morvex_Fault_Calls(function));
-    }
-    std::vector<unsigned long long> since() const
-    {
-        std::vector<unsigned long long> calls;
-        for (std::size_t i = 0; i < functions_.size(); ++i)
-            calls.push_back(Morvex_Fault_Calls(functions_[i]) - start_[i]);
-        return calls;
-    }
-    // One zero per function, for comparing with since().
-    std::vector<unsigned long long> none() const { return std::vector<unsigned long long>(functions_.size(), 0); }
-
-private:
-    std::vector<eMorvex_FaultFunction> functions_;
-    std::vector<unsigned long long> start_;
-};
 
 } // namespace osal_kit_test
 

@@ -16,11 +16,6 @@ inline unsigned int referenceMonthLength(unsigned int year, unsigned int month)
     return month == 2 && referenceLeap(year) ? 29 : lengths[month - 1];
 }
 
-inline unsigned int referenceYearLength(unsigned int year)
-{
-    return referenceLeap(year) ? 366 : 365;
-}
-
 } // namespace osal_kit_test
 
 #endif

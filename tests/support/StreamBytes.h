@@ -43,28 +43,6 @@ Bytes written(const T& value)
     return bytesOf(out.getBuffer());
 }
 
-/// Logs every call as text ("align 4", "write 8") and keeps the bytes.
-class RecordingOStream : public PAL::IOStream {
-public:
-    unsigned int getPosition() const override { return static_cast<unsigned int>(bytes.size()); }
-    bool isGood() const override { return true; }
-    bool flush() override { return true; }
-    bool align(unsigned int alignment) override
-    {
-        calls.push_back("align " + std::to_string(alignment));
-        return true;
-    }
-    unsigned int writeBytes(const void* src, unsigned int n) override
-    {
-        calls.push_back("write " + std::to_string(n));
-        bytes.insert(bytes.end(), static_cast<const unsigned char*>(src), static_cast<const unsigned char*>(src) + n);
-        return n;
-    }
-
-    std::vector<std::string> calls;
-    Bytes bytes;
-};
-
 /// Serves `bytes` but delivers only the part of a read that is left (a short read
 /// fills a prefix of the destination), and logs alignment requests.
 class ShortReadIStream : public PAL::IIStream {

@@ -20,7 +20,6 @@ public:
     void deleted(int item) { ++deletions_[index(item)]; }
 
     int runs(int item) const { return runs_[index(item)]; }
-    int aborts(int item) const { return aborts_[index(item)]; }
     int deletions(int item) const { return deletions_[index(item)]; }
 
     // Items 0 .. count-1 were each deleted exactly once and run at most once.
