@@ -33,8 +33,7 @@ struct Gate {
     std::atomic<bool> openOnAbort{false};
 };
 
-class GatedTask : public PAL::IPoolTask {
-public:
+struct GatedTask : PAL::IPoolTask {
     GatedTask(SweepLedger& ledger, int item, Gate& gate) : mLedger(ledger), mItem(item), mGate(gate) {}
     ~GatedTask() override { mLedger.deleted(mItem); }
     void Run() override
@@ -44,13 +43,7 @@ public:
         if (!IsAborted())
             mGate.open.waitFor(1);
     }
-    void Abort() override
-    {
-        if (mGate.openOnAbort)
-            mGate.open.increment();
-    }
-
-private:
+    void Abort() override { if (mGate.openOnAbort) mGate.open.increment(); }
     SweepLedger& mLedger;
     const int mItem;
     Gate& mGate;
@@ -83,10 +76,7 @@ void poolLife(FaultRun& run, Outcomes& outcomes)
         IThreadPool::Status status;
         IThreadPool* pool = nullptr;
         int i = 0;
-        const std::function<CString()> add = [&] {
-            const int k = i++;
-            return pool->AddTask(names[k], tasks[k], QUEUE_OF[k], ids[k]);
-        };
+        const std::function<CString()> add = [&] { const int k = i++; return pool->AddTask(names[k], tasks[k], QUEUE_OF[k], ids[k]); };
         const std::pair<const char*, std::function<CString()>> steps[] = {
             {"Start", [&] { return pool->Start(1, 3, 0); }},
             {"AddTask", add}, {"AddTask", add}, {"AddTask", add}, {"AddTask", add}, {"AddTask", add},
