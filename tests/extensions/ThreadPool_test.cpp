@@ -209,7 +209,6 @@ TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriori
 TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTaskAtATime)
 {
     ASSERT_EQ("", text(pool->Start(2, 4, 0)));
-    EXPECT_TRUE(pool->IsIdle());
     Probe& first = addRunning("t", 3);
     EXPECT_FALSE(pool->IsIdle());
     IThreadPool::Status record;
@@ -248,10 +247,7 @@ TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesRunOnceInTheOrderOfTheirQueue)
     for (unsigned int i = 0; i < 40 * queues; ++i) {
         const unsigned int queueId = i % queues;
         Probe& task = probe();
-        task.inRun = [&, queueId](Probe& self) {
-            std::lock_guard<std::mutex> lock(orderMutex);
-            ran[queueId].push_back(self.idInRun);
-        };
+        task.inRun = [&, queueId](Probe& self) { std::lock_guard<std::mutex> lock(orderMutex); ran[queueId].push_back(self.idInRun); };
         added[queueId].push_back(add(task, "t", queueId));
         EXPECT_EQ(added[0][0] + i, added[queueId].back()); // ids are issued one after another
     }
@@ -277,7 +273,6 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
         d[i] = name + (":" + std::to_string(id[i])) + ":" + std::to_string(queueId) + (i < 3 ? "r" : "w");
     }
     IThreadPool& p = *pool;
-    const std::string illegal = "CThreadPool::addTask: Error: illegal queueId: ";
     // A refused task is not taken: the id it is given is 0, seen here as the record's.
     auto refusedAdd = [&](const char* name, unsigned int queueId, AbortedList& l) {
         return p.AddTask(name, nullptr, queueId, l.get(0)->mTaskId = 7);
@@ -306,8 +301,8 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
         {__LINE__, "CThreadPool::getRunningTaskInfoByTaskId: Error: no running task for requested taskId=" +
                        std::to_string(id[3]) + " [pool:P]|:0:0w",
          [&](AbortedList& l) { return l.get(0)->mWasRunning = true, p.GetRunningTaskInfoByTaskId(id[3], *l.get(0)); }},
-        {__LINE__, illegal + "4 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("", 4, l); }},
-        {__LINE__, illegal + "-1 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("t", ~0u, l); }},
+        {__LINE__, "CThreadPool::addTask: Error: illegal queueId: 4 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("", 4, l); }},
+        {__LINE__, "CThreadPool::addTask: Error: illegal queueId: -1 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("t", ~0u, l); }},
         {__LINE__, "CThreadPool::addTask: Error: pPoolTask==0 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("t", 0, l); }},
     };
     for (const auto& row : rows)

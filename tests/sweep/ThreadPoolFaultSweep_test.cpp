@@ -22,14 +22,13 @@ namespace {
 
 using osal_kit_test::FaultRun;
 using osal_kit_test::SweepLedger;
-using osal_kit_test::WaitableCounter;
 using PAL::CString;
 using PAL::IThreadPool;
 
 // Runs until the gate opens, unless aborted while waiting. Until the pool is being
 // stopped no task completes, so the calls of the calling thread are the same in every run.
 struct Gate {
-    WaitableCounter started, open;
+    osal_kit_test::WaitableCounter started, open;
     std::atomic<bool> openOnAbort{false};
 };
 
