@@ -136,7 +136,6 @@ protected:
         return running;
     }
 
-    osal_kit_test::FaultGuard faults;
     std::deque<Probe> probes;
     std::unique_ptr<IThreadPool> pool{PAL::CThreadPoolFactory::Create("P")};
 };
@@ -229,6 +228,7 @@ TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTask
     first.gate.increment();
     ASSERT_TRUE(second.runs.waitFor(1));
     EXPECT_EQ(first.thread.load(), second.thread.load());
+    EXPECT_THAT(status(*pool), HasSubstr("busy-queue_ids:[1 3 ]")); // freed, then busy again
     EXPECT_EQ(other[1]->thread.load(), addRunning().thread.load());
     for (Probe& each : probes)
         each.gate.increment();
