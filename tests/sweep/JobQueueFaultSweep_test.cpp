@@ -134,11 +134,10 @@ const PalFault FAULTS[] = {
 // included, nothing hangs, leaks or is deleted twice.
 TEST(JobQueueFaultSweep, EveryFailureIsTracedAndCleanedUp)
 {
-    osal_kit_test::Watchdog watchdog;
     for (const bool anyThread : {false, true}) {
         for (const PalFault& fault : FAULTS) {
             SCOPED_TRACE(std::string(fault.name) + (anyThread ? " on any thread" : ""));
-            const unsigned int failed = osal_kit_test::sweepPlatformFault(fault, watchdog, queueLife, anyThread);
+            const unsigned int failed = osal_kit_test::sweepPlatformFault(fault, queueLife, anyThread);
             EXPECT_TRUE(failed > 0 || !anyThread) << "the scenario never called it";
             if (!anyThread)
                 osal_kit_test::expectRowsSeen(records, fault.function);

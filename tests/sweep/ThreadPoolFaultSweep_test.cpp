@@ -148,12 +148,11 @@ const osal_kit_test::PalFault FAULTS[] = {
 // Every failure gives the pool's documented text, and nothing hangs, leaks or is deleted twice.
 TEST(ThreadPoolFaultSweep, EveryFailureIsReportedAndCleanedUp)
 {
-    osal_kit_test::Watchdog watchdog;
     Outcomes outcomes = expectedOutcomes();
     for (const osal_kit_test::PalFault& fault : FAULTS) {
         SCOPED_TRACE(fault.name);
         const unsigned int failed = osal_kit_test::sweepPlatformFault(
-            fault, watchdog, [&](FaultRun& run) { poolLife(run, outcomes); }, false);
+            fault, [&](FaultRun& run) { poolLife(run, outcomes); }, false);
         const bool onPoolThreadsOnly = fault.function == MORVEX_FAULT_ThreadGetCurrent || fault.function == MORVEX_FAULT_SemaWait;
         EXPECT_TRUE(failed > 0 || onPoolThreadsOnly) << "the scenario never called " << fault.name;
         osal_kit_test::expectRowsSeen(outcomes, fault.function);
