@@ -13,60 +13,45 @@ namespace osal_kit_test {
 
 class CountedValue {
 public:
-    explicit CountedValue(int payload = 0) : mPayload(payload) { ++sConstructed; }
-    CountedValue(const CountedValue& other) : mPayload(other.payload()) { ++sConstructed; }
+    explicit CountedValue(int payload = 0) : mPayload(payload) { ++sLive; }
+    CountedValue(const CountedValue& other) : mPayload(other.payload()) { ++sLive; }
     CountedValue& operator=(const CountedValue& other)
     {
-        check();
+        sMisuses += mAlive ? 0 : 1;
         mPayload = other.payload();
         return *this;
     }
     ~CountedValue()
     {
-        check();
+        sMisuses += mAlive ? 0 : 1;
         mAlive = false;
-        ++sDestroyed;
+        --sLive;
     }
-
     int payload() const
     {
-        check();
+        sMisuses += mAlive ? 0 : 1;
         return mPayload;
     }
-
-    /// Values constructed and not destroyed since the last reset.
-    static long live() { return sConstructed - sDestroyed; }
-    static long constructed() { return sConstructed; }
-    /// Uses (destruction included) of a value that was already destroyed.
-    static long misuses() { return sMisuses; }
-    static void reset() { sConstructed = sDestroyed = sMisuses = 0; }
+    /// Values constructed and not destroyed since the fixture's set-up.
+    static long live() { return sLive; }
 
 private:
-    void check() const
-    {
-        if (!mAlive) {
-            ++sMisuses;
-        }
-    }
-
+    friend class CountedValueTest;
     int mPayload;
     bool mAlive = true;
-
-    static inline std::atomic<long> sConstructed{0};
-    static inline std::atomic<long> sDestroyed{0};
+    static inline std::atomic<long> sLive{0};
     static inline std::atomic<long> sMisuses{0};
 };
 
 // Checks that every CountedValue a test made was destroyed exactly once and never misused.
 class CountedValueTest : public ::testing::Test {
 protected:
-    void SetUp() override { CountedValue::reset(); }
+    void SetUp() override { CountedValue::sLive = CountedValue::sMisuses = 0; }
     void TearDown() override
     {
-        EXPECT_EQ(0, CountedValue::live()) << "every value is destroyed exactly once";
-        EXPECT_EQ(0, CountedValue::misuses());
+        EXPECT_EQ(0, CountedValue::sLive) << "every value is destroyed exactly once";
+        EXPECT_EQ(0, CountedValue::sMisuses);
     }
-
     FaultGuard faults;
 };
 
