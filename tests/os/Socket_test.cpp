@@ -1,6 +1,7 @@
 // The sockets: CSocket::ResultMap's translation of PAL core codes, the process-wide
-// socket layer calls and closing; CClientSocket's PAL core failures and the refusals
-// made before the PAL core is reached. Data on a live connection is the platform's affair.
+// socket layer calls and closing; CClientSocket against a TCP server on 127.0.0.1 that
+// the test runs itself, PAL core failures, and the refusals made before the PAL core is
+// reached.
 
 #include "os/ClientSocket.h"
 
@@ -8,7 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <array>
+#include <string>
 
 namespace {
 
@@ -19,6 +26,35 @@ using PAL::CSocket;
 CSocket::eResult create(CClientSocket& client)
 {
     return client.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP);
+}
+
+TEST(ClientSocketTest, DataGoesBothWaysAndReadsEndWhenThePeerCloses)
+{
+    // The server: a listening socket on 127.0.0.1 at a port the system picks.
+    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    sockaddr* raw = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(0, ::bind(listener, raw, length) | ::listen(listener, 1) | ::getsockname(listener, raw, &length));
+    CClientSocket client;
+    char buffer[8];
+    unsigned int count = 99;
+    ASSERT_EQ(CSocket::RESULT_OK, create(client));
+    ASSERT_EQ(CSocket::RESULT_OK, client.Connect("127.0.0.1", ntohs(address.sin_port)));
+    const int peer = ::accept(listener, nullptr, nullptr);
+    EXPECT_EQ(CSocket::RESULT_TIMEOUT, client.Read(buffer, sizeof buffer, count, 50));
+    EXPECT_EQ(0u, count);
+    EXPECT_EQ(CSocket::RESULT_OK, client.Write("ping", 4, count));
+    EXPECT_EQ(4u, count);
+    EXPECT_EQ(4, ::recv(peer, buffer, 4, MSG_WAITALL));
+    EXPECT_EQ(4, ::send(peer, "pong", 4, 0) + ::close(peer) + ::close(listener));
+    EXPECT_EQ(CSocket::RESULT_OK, client.Read(buffer, 2, count, 5000));
+    std::string text(buffer, count);
+    CSocket::eResult result;
+    while ((result = client.Read(buffer, 3, count)) == CSocket::RESULT_OK)
+        text.append(buffer, count);
+    EXPECT_EQ(CSocket::RESULT_CONNECTION_CLOSED, result) << "after what was sent before the close";
+    EXPECT_EQ("pong", text);
 }
 
 // One operation by its letter: r Read, t Read with a time limit, w Write, b Bind,
