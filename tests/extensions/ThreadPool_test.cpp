@@ -359,3 +359,32 @@ TEST_F(ThreadPoolTest, StopDeletesWaitingTasksUnrunRefusesAllButStatusMeanwhileA
     EXPECT_EQ(0, unrun.runs.value());
     EXPECT_GE(0, balance.liveBlocksDelta());
 }
+
+// The calls a pool's own threads make, from a thread that is not one of them (or none):
+// refused with their texts, before and after Start, and nothing handed out.
+TEST(ThreadPoolThreadCalls, CallsFromUnknownThreadsAreRefused)
+{
+    PAL::CThreadPool pool("P");
+    EXPECT_EQ("P", text(pool.GetPoolName()));
+    EXPECT_EQ(0, PAL::CThreadPool::poolThread(nullptr));
+    int somewhere = 0;
+    const auto* stranger = reinterpret_cast<const sMorvex_PAL_Thread*>(&somewhere);
+    sMorvex_PAL_Sema* semaphore = nullptr;
+    PAL::IPoolTask* task = nullptr;
+    auto calls = [&](const sMorvex_PAL_Thread* thread) {
+        return text(pool.GetRunTaskSemaphoreHandle(thread, semaphore)) + "|" + text(pool.GetPoolTask(thread, task)) + "|" +
+               text(pool.TaskCompleted(thread));
+    };
+    auto each = [](const std::string& what) {
+        return "CThreadPool::getRunTaskSemaphoreHandle: " + what + " [pool:P]|CThreadPool::getPoolTask: " + what +
+               " [pool:P]|CThreadPool::taskCompleted: " + what + " [pool:P]";
+    };
+    EXPECT_EQ(each("Error: pool is not started"), calls(stranger));
+    ASSERT_EQ("", text(pool.Start(1, 1, 0)));
+    EXPECT_EQ(each("Unexpected: pPalThread==0"), calls(nullptr));
+    const std::string notFound = "CThreadPool::getThreadElementByPalThreadHandle: palThread not found in mThreadsPtrVector [pool:P]";
+    EXPECT_EQ(notFound + "|" + notFound + "|" + notFound, calls(stranger));
+    pool.ThreadExited(stranger);
+    EXPECT_TRUE(semaphore == nullptr && task == nullptr);
+    EXPECT_NE(std::string::npos, status(pool).find("exited-threads:0,"));
+}
