@@ -154,7 +154,12 @@ class NumberTable : public PAL::CHashArrayImpl {
 public:
     using CHashArrayImpl::CHashArrayImpl;
     using CHashArrayImpl::fastInsert;
-    ~NumberTable() override { destroy(); }
+    ~NumberTable() override
+    {
+        if (!leaveItemsToTheEngine)
+            destroy();
+    }
+    bool leaveItemsToTheEngine = false; // nothing to destroy per item: the engine frees the rest
     std::set<std::uintptr_t> keys() const
     {
         std::set<std::uintptr_t> keys;
@@ -186,6 +191,12 @@ TEST_F(HashArrayTest, AnEngineOfItsOwnCopiesEveryChainAndGrowsByItsBucketArrayAl
     EXPECT_EQ((std::set<std::uintptr_t>{0, 3, 4, 8, 12, 16, 20, 24}), table.keys());
     EXPECT_EQ(table.keys(), copy.keys());
     EXPECT_EQ(table.keys(), assigned.keys());
+    for (std::uintptr_t key : {4, 3, 24, 5})
+        EXPECT_EQ(key != 5, table.remove(reinterpret_cast<void*>(key))) << key;
+    EXPECT_EQ((std::set<std::uintptr_t>{0, 8, 12, 16, 20}), table.keys());
+    assigned.clear();
+    EXPECT_EQ(std::set<std::uintptr_t>{9}, (assigned.fastInsert(reinterpret_cast<void*>(9), nullptr), assigned.keys()));
+    assigned.leaveItemsToTheEngine = true;
 }
 
 } // namespace
