@@ -8,8 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -34,14 +36,18 @@ std::string mapped(const SCaseMappingTable& table, const CodePoints& input)
 const SCaseMappingTable& L = sToLowerCaseMappingTable;
 const SCaseMappingTable& U = sToUpperCaseMappingTable;
 
-// Which characters map to what is checked against the tables below, and the tables
-// against the character database; these are the ways in.
-TEST(CaseMappingTest, ToUpperAndToLowerMapWholeTexts)
+// Texts whose followers the iterator steps differently from a decoder (0xC3 0xC3 is one
+// character to it) are mapped as it steps, whether the first mapped character comes
+// before the odd sequence or after it, private or shared.
+TEST(CaseMappingTest, TextsTheIteratorStepsOddlyAreMappedAsItSteps)
 {
-    CString upper("stra\xC3\x9F" "e \xEF\xAC\x83"), lower("a\xC3\xC3" "b", 4);
-    toUpper(upper);
-    toLower(lower);  // a follower of 0xC0 or more: mapped as the iterator steps
-    EXPECT_EQ("STRASSE FFI" "a\xC3\xA3" "b", bytes(upper) + bytes(lower));
+    for (const char* text : {"a\xC3\xC3" "b", "A\xC3\xC3" "b"}) {
+        CString own(text), shared(text);
+        const CString holder = shared;
+        toLower(own);
+        toLower(shared);
+        EXPECT_EQ("a\xC3\xA3" "b" "a\xC3\xA3" "b" + std::string(text), bytes(own) + bytes(shared) + bytes(holder));
+    }
 }
 
 // What each code point maps to, read from the table by linear scans, so that the engine's
@@ -73,18 +79,46 @@ void replaceOneByOne(CString& text, const std::map<unsigned int, CodePoints>& ma
     }
 }
 
+CodePoints runs(std::initializer_list<std::pair<unsigned int, unsigned int>> list)
+{
+    CodePoints out;
+    for (const auto& run : list)
+        out.insert(out.end(), run.second, run.first);
+    return out;
+}
+
 // The shipped tables are looked up through an index and texts are mapped in one pass,
 // in place or into a new block; a copy of a table at another address is searched. Both
 // must leave what replacing character by character leaves, block capacity included, on
 // private, roomy and shared strings, and a shared copy must keep its text. The plane is
-// taken in pieces, mixed with characters of other lengths, a NUL and unmapped ones.
+// taken in pieces, mixed with characters of other lengths, a NUL and unmapped ones. A
+// shared block starts with a little room to spare: the runs below outgrow it at each kind
+// of character (ASCII, two bytes to two, to more, unmapped), and shrink before growing.
 TEST(CaseMappingTest, OnePassAgreesWithReplacingEachCharacterAsTheTablesSay)
 {
     const unsigned int mixed[] = {'a', 0, 0xDF, 0x0390, 0xFB03, 0x10428, 0x7FFFFFFF};
+    const CodePoints outgrowing[] = {runs({{0x390, 10}}), runs({{0x390, 10}, {'a', 180}}),
+                                     runs({{0x390, 10}, {0xE9, 90}}), runs({{0x390, 10}, {0x4E2D, 60}}),
+                                     runs({{0x131, 100}, {0x390, 10}})};
     for (const SCaseMappingTable* shipped : {&L, &U}) {
         const std::map<unsigned int, CodePoints> mappings = mappingsOf(*shipped);
         const SCaseMappingTable searched = *shipped;
         EXPECT_EQ(0u, shipped->mNumSimple32 + shipped->mNumRange32 + shipped->mNumSpecial32);
+        const auto agree = [&](const CodePoints& input, unsigned int way) {
+            CString text = fromCodePoints(input), expected = fromCodePoints(input);
+            for (CString* roomy : {&text, &expected})
+                roomy->reserve(way % 3 == 1 ? text.getSize() + 40 : 0);
+            const CString other = way % 3 == 2 ? text : CString(), otherExpected = way % 3 == 2 ? expected : other;
+            if (way >= 3)
+                doCaseMapping(text, searched);
+            else
+                shipped == &L ? toLower(text) : toUpper(text);
+            replaceOneByOne(expected, mappings);
+            expectConsistent(text);
+            ASSERT_EQ(bytes(expected), bytes(text)) << "from U+" << std::hex << input[0] << ", way " << way;
+            ASSERT_EQ(osal_kit_test::blockOf(expected)->mCapacity, osal_kit_test::blockOf(text)->mCapacity);
+            ASSERT_EQ(bytes(otherExpected), bytes(other));
+        };
         for (unsigned int first = 1, way = 0; first <= 0xFFFF; first += 61, way = (way + 1) % 6) {
             CodePoints input;
             for (unsigned int cp = first; cp < first + 61 && cp <= 0xFFFF; ++cp) {
@@ -92,16 +126,11 @@ TEST(CaseMappingTest, OnePassAgreesWithReplacingEachCharacterAsTheTablesSay)
                 if (cp % 5 == 0)
                     input.push_back(mixed[cp / 5 % 7]);
             }
-            CString text = fromCodePoints(input), expected = fromCodePoints(input);
-            for (CString* roomy : {&text, &expected})
-                roomy->reserve(way % 3 == 1 ? text.getSize() + 40 : 0);
-            const CString other = way % 3 == 2 ? text : CString(), otherExpected = way % 3 == 2 ? expected : other;
-            doCaseMapping(text, way < 3 ? *shipped : searched);
-            replaceOneByOne(expected, mappings);
-            expectConsistent(text);
-            ASSERT_EQ(bytes(expected), bytes(text)) << "from U+" << std::hex << first << ", way " << way;
-            ASSERT_EQ(osal_kit_test::blockOf(expected)->mCapacity, osal_kit_test::blockOf(text)->mCapacity);
-            ASSERT_EQ(bytes(otherExpected), bytes(other));
+            agree(input, way);
+        }
+        for (const CodePoints& input : outgrowing) {
+            for (unsigned int way = 0; way < 6; ++way)
+                agree(input, way);
         }
     }
 }
@@ -109,17 +138,24 @@ TEST(CaseMappingTest, OnePassAgreesWithReplacingEachCharacterAsTheTablesSay)
 const TSimpleCaseMappingTableEntry<unsigned int> sWideSimple[] = {{0x10400, 0x10428}, {0x10401, 0x20000}};
 const TRangeCaseMappingTableEntry<unsigned int> sWideRange[] = {{0x10410, 4, 0x10438}};
 const unsigned int sWideReplacements[] = {0x10428, 'x', 0x7FFFFFFF};
-const TSpecialCaseMappingTableEntry<unsigned int> sWideSpecial[] = {{0x10500, 3, sWideReplacements}};
+const TSpecialCaseMappingTableEntry<unsigned int> sWideSpecial[] = {{0x10500, 3, sWideReplacements},
+                                                                   {0x10501, 0, nullptr}};
 const TRangeCaseMappingTableEntry<unsigned short> sNarrowRange[] = {{'a', 3, 0x0430}};
+const TSimpleCaseMappingTableEntry<unsigned short> sNarrowSimple[] = {{0, '0'}, {'d', 'D'}};
 
+// A table that maps U+0000 is applied character by character; the result is the same.
 TEST(CaseMappingTest, TheEngineUsesThe32BitTablesAboveThePlaneAndSkipsAbsentOnes)
 {
     const SCaseMappingTable wide = {0, nullptr, 1, sNarrowRange, 0, nullptr, 2, sWideSimple, 1, sWideRange,
-                                    1, sWideSpecial};
+                                    2, sWideSpecial};
+    const SCaseMappingTable zero = {2, sNarrowSimple, 1, sNarrowRange, 0, nullptr, 2, sWideSimple, 1, sWideRange,
+                                    2, sWideSpecial};
     const SCaseMappingTable none = {0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr};
-    const CodePoints input = {0x10400, 'b', 0x10401, 0x10413, 0x10414, 0x10500, 0x104FF, 'd'};
-    const CodePoints expected = {0x10428, 0x0431, 0x20000, 0x1043B, 0x10414, 0x10428, 'x', 0x7FFFFFFF, 0x104FF, 'd'};
-    EXPECT_EQ(bytes(fromCodePoints(expected)), mapped(wide, input));
+    const CodePoints input = {0x10400, 'b', 0x10401, 0x10413, 0x10414, 0x10500, 0x104FF, 0x10501, 'd'};
+    const CodePoints expected = {0x10428, 0x0431, 0x20000, 0x1043B, 0x10414, 0x10428, 'x', 0x7FFFFFFF, 0x104FF,
+                                 0x10501};
+    EXPECT_EQ(bytes(fromCodePoints(expected)) + "d", mapped(wide, input));
+    EXPECT_EQ(bytes(fromCodePoints(expected)) + "D", mapped(zero, input));
     EXPECT_EQ(bytes(fromCodePoints(input)), mapped(none, input));
 }
 

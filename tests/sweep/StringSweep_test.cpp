@@ -49,51 +49,47 @@ AllocationScenario edit(int line, const char* name, void (*change)(CString&, Ite
 }
 #define EDIT(body) edit(__LINE__, #body, [](CString& s, Iterator& p) { (void)p; body; })
 
-// A value built by `make` is either complete or empty.
-AllocationScenario made(int line, const char* name, CString (*make)(), const char* expected)
-{
-    return {line, name, [=](unsigned int skip) {
-                failAllocationAfter(skip);
-                const CString value = make();
-                Morvex_Fault_DisarmAll();
-                expectConsistent(value);
-                EXPECT_TRUE(bytes(value).empty() || bytes(value) == expected) << bytes(value);
-            }};
-}
-#define MADE(body, expected) made(__LINE__, #body, []() -> CString { return body; }, expected)
-
 const unsigned int UCS4[] = {0x47, 0x72, 0xFC, 0xDF, 0x65, 0x1F600, 0};
 const CString x("x"), space(" "), dots("..");
 
-// Case mapping, stream forms, token lists and vector conversions may stop part-way: what
-// they produced is sound and right, and their inputs are untouched.
+// Case mapping that cannot get its memory leaves the text as it was, whether it outgrows
+// the room a shared block starts with or shrinks before it grows; stream forms read the
+// text or leave "old".
 void caseMapping(unsigned int skip)
 {
-    const CString original("stra\xC3\x9F" "e \xEF\xAC\x83");
-    CString partial = original;
-    failAllocationAfter(skip);
-    PAL::StringUtilities::toUpper(partial);
-    Morvex_Fault_DisarmAll();
-    expectConsistent(partial);
-    PAL::StringUtilities::toUpper(partial);
-    EXPECT_EQ("STRASSE FFI" "stra\xC3\x9F" "e \xEF\xAC\x83", bytes(partial) + bytes(original));
+    std::string growing, shrinking;
+    for (int i = 0; i < 100; ++i) {
+        growing += i < 20 ? "\xCE\x90" : "";
+        shrinking.insert(0, "\xC4\xB1").append(i < 10 ? "\xCE\x90" : "");
+    }
+    for (const std::string& text : {growing, shrinking}) {
+        CString spare(text.c_str()), own(text.c_str()), shared(text.c_str());
+        const CString holder = shared;
+        PAL::StringUtilities::toUpper(spare);
+        failAllocationAfter(skip);
+        PAL::StringUtilities::toUpper(own);
+        PAL::StringUtilities::toUpper(shared);
+        Morvex_Fault_DisarmAll();
+        for (const CString* mapped : {&own, &shared}) {
+            expectConsistent(*mapped);
+            EXPECT_TRUE(bytes(*mapped) == text || bytes(*mapped) == bytes(spare));
+        }
+        EXPECT_EQ(text, bytes(holder));
+    }
 }
 
-// A write that found no room leaves its stream failed; a read gets the text or leaves "old".
 void streamForms(unsigned int skip)
 {
     const CString name("n\xC3\xA4me");
     PAL::CMemoryOStream out;
-    failAllocationAfter(skip);
     CString::toIpcStream(out << name, name);
-    Morvex_Fault_DisarmAll();
     CString plain("old"), ipc("old");
     const PAL::CMemoryIStream in(out.getBuffer());
     failAllocationAfter(skip);
     CString::fromIpcStream(in >> plain, ipc);
     Morvex_Fault_DisarmAll();
     for (const CString* read : {&plain, &ipc})
-        EXPECT_TRUE(bytes(*read) == "old" || bytes(*read) == bytes(name) || !out.isGood()) << bytes(*read);
+        EXPECT_TRUE(bytes(*read) == "old" || bytes(*read) == bytes(name)) << bytes(*read);
 }
 
 // Every refused step of a token list changes nothing, so the list holds exactly the
@@ -135,8 +131,9 @@ TEST(StringSweep, EveryOperationIsAllOrNothing)
         EDIT((void)s.format("%s-%d", "new", 7)), EDIT(s.fromUCS4Sequence(UCS4, 6)),
         edit(__LINE__, "truncateInByteUnits", [](CString& s, Iterator&) {
             (void)PAL::StringUtilities::truncateInByteUnits(s, 6, dots); }, true),
-        MADE(CString("abc").getMid(CString("abc").begin() + 1, 2), "bc"),
-        {__LINE__, "toUpper", caseMapping},
+        EDIT(const CString mid = s.getMid(p, 2); s = mid.isEmpty() ? s : mid),
+        edit(__LINE__, "swap", [](CString& s, Iterator&) { CString mine = x; s.swap(mine); }, true),
+        {__LINE__, "case mapping", caseMapping},
         {__LINE__, "stream forms", streamForms},
         {__LINE__, "token list and string vector", tokenList},
     };
