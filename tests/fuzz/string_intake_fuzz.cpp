@@ -67,14 +67,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const std::vector<unsigned short> narrow(values.begin(), values.end());
         target.fromUCS2Sequence(narrow.data(), static_cast<unsigned int>(narrow.size()));
         check(target, encoded(values));
-    } else if (mode == 3) {  // UCS-4
-        const std::vector<unsigned int> values = units(bytes, 4);
+    } else if (mode == 3 || mode == 4) {  // UCS-4, a wide range, and zero-terminated wide text
+        std::vector<unsigned int> values = units(bytes, 4);
         target.fromUCS4Sequence(values.data(), static_cast<unsigned int>(values.size()));
         check(target, encoded(values));
-    } else if (mode == 4) {  // a wide range, and zero-terminated wide text
-        std::vector<unsigned int> values = units(bytes, 4);
-        target = CString(values.data(), values.data() + values.size());
-        check(target, encoded(values));
+        check(CString(values.data(), values.data() + values.size()), encoded(values));
         values.push_back(0);
         check(CString(values.data()), encoded(values, true));
     } else if (mode == 5) {  // appends onto a string that has content; the counted one trusts its bytes
