@@ -118,11 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         case 6:  // the lowest placeholder, the first of equal ones
             text = modelText(in, 4);
             s.replaceArg(build(text));
-            for (size_t i = 0; i + 1 < model.size(); ++i) {
-                if (model[i] == U'%' && model[i + 1] >= U'0' && model[i + 1] <= U'9' &&
-                    (at == NONE || model[i + 1] < model[at + 1]))
-                    at = i;
-            }
+            for (size_t i = 0; i + 1 < model.size(); ++i)
+                at = model[i] == U'%' && model[i + 1] >= U'0' && model[i + 1] <= U'9' &&
+                     (at == NONE || model[i + 1] < model[at + 1]) ? i : at;
             if (at != NONE)
                 model.replace(at, 2, text);
             break;
