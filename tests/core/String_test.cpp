@@ -60,6 +60,13 @@ TEST(StringTest, CopiesShareAndWritesUnshare)
     EXPECT_TRUE(before != b.getBuffer() && blockOf(a)->mRefCount == 2u && blockOf(b)->mCapacity == 64u);
     const char* grown = b.getBuffer();
     EXPECT_EQ(grown, (b.reserve(64), b.getBuffer()));  // private and large enough: in place
+    CString full("abc");
+    const char* room = (full.reserve(5), full.getBuffer());
+    EXPECT_EQ(room, full.append("de").getBuffer());  // exactly full: still in place
+    const unsigned int stopped[] = {'A', 0x80000000u};
+    full.reserve(0xFFFFFFECu);  // no block is that large, not even for a text that stops at once
+    full.fromUCS4Sequence(stopped, 0xFFFFFFF0u);
+    EXPECT_TRUE(room == full.getBuffer() && blockOf(full)->mCapacity == 5u && bytes(full) == "abcde");
     c = "gamma";
     const CString third = c;
     a.swap(c);  // neither side keeps sharing with a third string, whichever side shared

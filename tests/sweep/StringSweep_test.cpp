@@ -123,6 +123,7 @@ TEST(StringSweep, EveryOperationIsAllOrNothing)
         EDIT(s.append(s)), EDIT(s.insert(p, x)), EDIT(s.remove(p, 2)), EDIT(s.replace(p, 2, s)),
         EDIT(s.replaceAll(space, x)), EDIT(s.replaceArg(x)), EDIT(s.truncate(p)), EDIT(s.trim()),
         EDIT((void)s.format("%s-%d", "new", 7)), EDIT(s.fromUCS4Sequence(UCS4, 6)),
+        EDIT(s.fromWCharSequence(UCS4, UCS4 + 6)),
         EDIT_ANY_BLOCK((void)PAL::StringUtilities::truncateInByteUnits(s, 6, dots)),
         EDIT(const CString mid = s.getMid(p, 2); s = mid.isEmpty() ? s : mid),
         EDIT_ANY_BLOCK(CString mine = x; s.swap(mine)),
