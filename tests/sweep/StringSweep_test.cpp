@@ -21,6 +21,7 @@ using osal_kit_test::bytes;
 using osal_kit_test::expectConsistent;
 using osal_kit_test::failAllocationAfter;
 using PAL::CString;
+using PAL::StringUtilities::truncateInByteUnits;
 using PAL::TVector;
 using Iterator = PAL::CString::const_iterator;
 
@@ -124,7 +125,7 @@ TEST(StringSweep, EveryOperationIsAllOrNothing)
         EDIT(s.replaceAll(space, x)), EDIT(s.replaceArg(x)), EDIT(s.truncate(p)), EDIT(s.trim()),
         EDIT((void)s.format("%s-%d", "new", 7)), EDIT(s.fromUCS4Sequence(UCS4, 6)),
         EDIT(s.fromWCharSequence(UCS4, UCS4 + 6)),
-        EDIT_ANY_BLOCK((void)PAL::StringUtilities::truncateInByteUnits(s, 6, dots)),
+        EDIT_ANY_BLOCK((void)truncateInByteUnits(s, 6, dots)),
         EDIT(const CString mid = s.getMid(p, 2); s = mid.isEmpty() ? s : mid),
         EDIT_ANY_BLOCK(CString mine = x; s.swap(mine)),
         EDIT(const PAL::CMemoryIStream in(plainForm); in >> s),
