@@ -46,6 +46,10 @@ TEST(StringStreamTest, PlainFormIsTheByteLengthThenTheTextAndIpcFormIsAlignedAnd
     EXPECT_EQ(std::vector<unsigned int>{4}, partial.aligns);
     osal_kit_test::ShortReadIStream(Bytes{3, 0, 0, 0, 'a'}) >> text;  // a stream that delivers a prefix
     EXPECT_EQ("a", osal_kit_test::bytes(text));
+    const PAL::CMemoryIStream done(osal_kit_test::bufferOf(Bytes{2, 0, 0, 0, 'h', 'i'}));
+    text = "old";
+    CString::fromIpcStream(CString::fromIpcStream(done >> text, text), text);  // nothing more is delivered: ""
+    EXPECT_TRUE(text.isEmpty() && !done.isGood());
 }
 
 // The stream read fuzz target checks what both forms read against a model; what it cannot
