@@ -186,7 +186,10 @@ TEST_F(HashArrayTest, TheEngineUsedDirectlyRefusesWhatItDoesNotHold)
                                                     && !t.remove(t.field(5)); }, {0, 8, 12, 16, 20}, 16},
         {__LINE__, grown, [](NumberTable& t) { return (t.kind = 0, t.at(28) == nullptr && t.at(8) != nullptr); }, eight, 16},
         {__LINE__, grown, [](NumberTable& t) { return t.nextItem(t.at(24)) == t.at(3); }, eight, 16}, // 24 ends its chain
-        {__LINE__, grown, [](NumberTable& t) { return t.rehash(2), t.at(3) != nullptr; }, eight, 4},
+        {__LINE__, grown, [](NumberTable& t) { // the chain item kept over from the growth is all it needs
+             const osal_kit_test::AllocationBalance balance;
+             return t.rehash(2), t.at(3) != nullptr && balance.allocationsSince() == 1;
+         }, eight, 4},
         {__LINE__, grown, [](NumberTable& t) { return t.clear(), t.add(9) != nullptr; }, {9}, 4},
         {__LINE__, grown, [](NumberTable& t) { return t.init(8), t.firstItem() == nullptr; }, {}, 16},
         {__LINE__, grown, [](NumberTable& t) { return t = *&t, true; }, eight, 16},
@@ -200,9 +203,14 @@ TEST_F(HashArrayTest, TheEngineUsedDirectlyRefusesWhatItDoesNotHold)
              failAllocationAfter(2);
              const NumberTable copy(t);
              Morvex_Fault_DisarmAll();
-             return copy.keys() == Keys{0, 3, 4, 8, 12, 20, 24} && NumberTable(t).keys() == t.keys();
+             NumberTable assigned(2);
+             assigned = t;
+             return copy.keys() == Keys{0, 3, 4, 8, 12, 20, 24} && NumberTable(t).keys() == t.keys() && assigned.keys() == t.keys();
          }, eight, 16},
-        {__LINE__, heads, [](NumberTable& t) { return t.rehash(2), t.at(1) != nullptr; }, three, 4},
+        {__LINE__, heads, [](NumberTable& t) { // 3 lands behind 1: one chain item besides the array
+             const osal_kit_test::AllocationBalance balance;
+             return t.rehash(2), t.at(1) != nullptr && balance.allocationsSince() == 2;
+         }, three, 4},
         {__LINE__, heads, [](NumberTable& t) { return failAllocationAfter(1), t.rehash(2), t.rehash(0x80000000u), true; }, three, 16},
         {__LINE__, heads, [](NumberTable& t) {
              PAL::CHashArrayItem item{};
