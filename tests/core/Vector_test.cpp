@@ -128,6 +128,11 @@ TEST(VectorBaseTest, StorageDoublesFromTheCapacityOrAFloorOfFour)
     for (int i = 0; i < 5; ++i)
         capacities.push_back(three.capacity() * 100 + none.capacity()), three.push_back(i), none.push_back(i);
     EXPECT_EQ((std::vector<int>{300, 304, 304, 304, 404}), capacities);
+    const MallocHook refusing; // growth that finds no storage changes nothing
+    MallocHook::failing = true;
+    TVector<int> empty(0);
+    empty.insert(0, 1), three.resize(9, 7);
+    EXPECT_TRUE(empty.size() == 0 && three.size() == 5 && TVector<int>(empty).capacity() == 0);
 }
 
 TEST(PtrVectorTest, StoresThePointersAndLeavesTheObjectsAlone)
