@@ -83,7 +83,9 @@ TEST(DateAndTime, EveryDayAgreesWithACalendarCountedPlainly)
                                 && IsWeekdayOfMonth(dt, weekday, -((days - day) / 7 + 1))
                                 && IsWeekdayOfYear(dt, weekday, (yearDay - 1) / 7 + 1)
                                 && !IsWeekdayOfMonth(dt, weekday, inMonth + 1) && !IsWeekdayOfYear(dt, weekday, fromYearEnd - 1)
-                                && !IsWeekdayOfMonth(dt, (weekday + 1) % 7, 0))) << text(dt);
+                                && IsWeekdayOfMonth(dt, weekday, 0) && IsWeekdayOfYear(dt, weekday, 0)
+                                && !IsWeekdayOfMonth(dt, (weekday + 1) % 7, 0) && !IsWeekdayOfYear(dt, (weekday + 1) % 7, 1)))
+                << text(dt);
             }
             ASSERT_FALSE(SDate(y, month, days + 1).isValid() || SDate(y, month, 0).isValid()) << year << "-" << month;
         }
@@ -121,16 +123,17 @@ TEST(DateAndTime, InstantsAreSetMovedAndBrokenDown)
         {__LINE__, [](DT& d) { return d.setMicrosecondsFromUnixBaseTime(0), true; }, 0, "1970-01-01 00:00:00.000000"},
         {__LINE__, [](DT& d) { return d.subTimeSpan(CTimeSpan(0ull - DAY)), true; }, 0, "2020-06-07 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(2024, 1, 31), AddMonths(d, 1, eKeep); }, 0, "2024-02-29 10:20:30.000040"},
-        {__LINE__, [](DT& d) { return AddMonths(d, -13, eKeep); }, 0, "2019-05-06 10:20:30.000040"},
+        {__LINE__, [](DT& d) { return SubMonths(d, 13, eKeep); }, 0, "2019-05-06 10:20:30.000040"},
         {__LINE__, [](DT& d) { return AddMonths(d, 0, eSetToEnd); }, 0, "2020-06-30 23:59:59.000000"},
         {__LINE__, [](DT& d) { return d.setDate(3000, 12, 15), !AddMonths(d, 1, eKeep); }, 0, "3001-01-15 10:20:30.000040"},
-        {__LINE__, [](DT& d) { return AddYears(d, 1, eSetToEnd); }, 0, "2021-12-31 23:59:59.000000"},
+        {__LINE__, [](DT& d) { return SubYears(d, -1, eSetToEnd); }, 0, "2021-12-31 23:59:59.000000"},
         {__LINE__, [](DT& d) { return !AddYears(d, INT_MAX, eKeep); }, 0, nullptr}, // a wrapped year is not defined
         {__LINE__, [](DT& d) { return SubDays(d, 1, eSetToStart); }, 0, "2020-06-05 00:00:00.000000"},
         {__LINE__, [](DT& d) { return !SubDays(d, INT_MIN, eKeep); }, 0, "2020-06-06 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(1969, 1, 1), AddDays(d, 376929, eKeep); }, 0, "3000-12-31 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(3000, 12, 31), !AddDays(d, 1, eKeep); }, 0, "3000-12-31 10:20:30.000040"},
         {__LINE__, [](DT& d) { return d.setDate(3001, 1, 1), !AddDays(d, -1, eKeep); }, 0, "3001-01-01 10:20:30.000040"},
+        {__LINE__, [](DT& d) { return d.setDate(1969, 1, 1), !AddDays(d, -1, eKeep); }, 0, "1969-01-01 10:20:30.000040"},
         {__LINE__, [](DT& d) { return AddWeeks(d, 0, eSetToStart, 0); }, 0, "2020-06-01 00:00:00.000000"},
         {__LINE__, [](DT& d) { return SubWeeks(d, 1, eSetToEnd, 0); }, 0, "2020-05-31 23:59:59.000000"},
     };
@@ -159,6 +162,7 @@ TEST(TimeSpan, CountsBreakDownIntoSignedWholeUnits)
         {__LINE__, CTimeSpan(0ull - 1), Span(true, 0, 0, 0, 0, 1)},
         {__LINE__, [] { CTimeSpan s(9); s.setDays(-1); return s; }(), Span(true, 1, 0, 0, 0, 0)},
         {__LINE__, [] { CTimeSpan s(9); s.setMinutes(90); return s; }(), Span(false, 0, 1, 30, 0, 0)},
+        {__LINE__, [] { CTimeSpan s(9); s.setHours(-25); return s; }(), Span(true, 1, 1, 0, 0, 0)},
         {__LINE__, CTimeSpan(Span(false, 0, 25, 0, 0, 0)), Span(false, 1, 1, 0, 0, 0)},
         {__LINE__, [] { CTimeSpan s(9); s.setSeconds(LLONG_MAX); return s; }(), Span(true, 0, 0, 0, 1, 0)}, // wraps
         {__LINE__, CTimeSpan(1ull << 63), Span(true, 106751991, 4, 0, 54, 775808)},
@@ -236,7 +240,8 @@ TEST(TextForms, TextsAreReadAndWrittenExactly)
         {__LINE__, "2024-02-30T10:20:30+02:00", ISO, READ, UNCHANGED, plus2}, // the zone was read first
     };
     for (const char* refused : {"2024-05-17T10:20", "2024-05-1", "2024-05-17T10:20:3", "2024-05-17Z", "2024-05-17T24:00:00",
-                                "1968-12-31T23:59:59", "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000"})
+                                "1968-12-31T23:59:59", "2024-05-17T10:20:30.", "2024-05-17T10:20:30.1000000",
+                                "-001-05-17"})
         rows.push_back({__LINE__, refused, ISO, READ, UNCHANGED, NONE});
     for (const char* refused : {"20240517 102030", "2024-05-17 10:20:30Z", "2024-05-17T10:20:30"})
         rows.push_back({__LINE__, refused, BLANK, READ, UNCHANGED, NONE});

@@ -56,21 +56,43 @@ private:
 };
 
 // Sizes are the power of two not below the initial size, at least 2 (capacity: half as
-// many again). With two buckets key 1 takes head 1, key 3 the one overflow item, and key
-// 5 finds the overflow area full and doubles the map. A value written through the
-// address handed out before the regrowth is carried over at the next access.
+// many again). From two buckets (the start of each row) key 1 takes head 1, key 3 the
+// one overflow item, and key 5 finds the overflow area full and doubles the map. A value
+// written through the address handed out before a regrowth is carried over at the next
+// access; lookup does not look at the old array, and clear forgets it.
 TEST(HashMapImplTest, AKeyThatFindsTheOverflowAreaFullDoublesTheMapAndLateWritesAreCarriedOver)
 {
     for (const auto& [size, capacity] : {std::pair{0u, "/3"}, {1u, "/3"}, {2u, "/3"}, {5u, "/12"}, {9u, "/24"}})
         EXPECT_EQ(capacity, NumberMap(size).items()) << size;
-    NumberMap map(2);
-    void** early = map.access(1);
-    EXPECT_EQ("1:100 3:101 /3", map.items({3}));
-    EXPECT_EQ("1:100 3:101 5:102 /6", map.items({5}));
-    *early = reinterpret_cast<void*>(42);
-    EXPECT_EQ(100u, map.valueOf(1)) << "lookup does not look at the old array";
-    EXPECT_EQ(map.access(3), map.access(3));
-    EXPECT_EQ("1:42 3:101 5:102 /6", map.items()) << "a present key is not initialised again";
+    const struct { int line; std::string (*change)(NumberMap&); const char* items; } rows[] = {
+        {__LINE__, [](NumberMap& m) { return m.items({3}); }, "1:100 3:101 /3"},
+        {__LINE__, [](NumberMap& m) { return m.items({3, 5}); }, "1:100 3:101 5:102 /6"},
+        {__LINE__, [](NumberMap& m) {
+             void** late = (m.items({3, 1}), m.access(3));
+             m.items({5}), *late = reinterpret_cast<void*>(7);
+             const std::string before = std::to_string(m.valueOf(3)) + " ";
+             return before + m.items({1});
+         }, "101 1:100 3:7 5:102 /6"},
+        {__LINE__, [](NumberMap& m) { return m.items({3, 5}), m.clear(), m.items({1}); }, "1:103 /3"},
+        {__LINE__, [](NumberMap& m) {
+             m.items({3}), m.insert(5, nullptr), m.rehash(), m.rehash();
+             return std::string(m.access(m.hash(2), 1) == nullptr && !m.nextItem(nullptr) ? "" : "found ") + m.items();
+         }, "1:100 3:101 /12"},
+        {__LINE__, [](NumberMap&) {
+             osal_kit_test::failAllocationAfter(0);
+             NumberMap none(2);
+             none.insert(1, nullptr), osal_kit_test::failAllocationAfter(0);
+             const bool refused = none.access(1) == nullptr;
+             Morvex_Fault_DisarmAll();
+             const std::string copied = NumberMap(none).items(), empty = none.items();
+             return std::string(refused ? "" : "made ") + copied + empty + none.items({1});
+         }, "/3/01:100 /3"},
+    };
+    for (const auto& row : rows) {
+        NumberMap map(2);
+        map.items({1});
+        EXPECT_EQ(row.items, row.change(map)) << "row of line " << row.line;
+    }
 }
 
 // A copy takes the values as they are and gives the source copies; an assignment copies
@@ -102,56 +124,46 @@ std::map<unsigned int, int> contentsOf(const PAL::THashMap<CountedValue>& map)
     return contents;
 }
 
-TEST_F(HashMapTest, ValuesKeepTheirAddressesThroughRegrowthAndCopiesAreIndependent)
-{
-    PAL::THashMap<CountedValue> map(2);
-    CountedValue* first = map.get(1); // a default value, added once
-    EXPECT_EQ(first, map.get(1));
-    for (unsigned int key = 2; key < 300; ++key)
-        ASSERT_TRUE(map.set(key * 3, CountedValue(static_cast<int>(key))));
-    EXPECT_TRUE(map.set(1, CountedValue(42))); // assigns into the value the key has
-    EXPECT_EQ(first, map.find(1));
-    EXPECT_EQ(nullptr, map.find(4));
-    PAL::THashMap<CountedValue> copy(map), assigned(4);
-    assigned.set(7, CountedValue(7));
-    assigned = copy;
-    copy.set(1, CountedValue(-5));
-    EXPECT_EQ(contentsOf(map), contentsOf(assigned));
-    EXPECT_EQ(299u, contentsOf(map).size());
-    EXPECT_EQ(std::pair(42, 897L), std::pair(map.find(1)->payload(), CountedValue::live()));
-    map.clear();
-    EXPECT_EQ(std::pair(3u, 598L), std::pair(map.capacity(), CountedValue::live()));
-}
-
 // Default values and set values (regrowing several times), a clear and more values,
-// then a copy, with each allocation failing in turn (the first one the map's array, so
-// that it starts again at its first key): the map holds exactly the keys that landed,
-// the copy part of them, and the map is usable afterwards.
+// then a copy and an assignment, with each allocation failing in turn (the first one
+// the map's array, so that it starts again at its first key): the map holds exactly the
+// keys that landed, at the addresses they were given, the copies part of them, and each
+// is usable and independent afterwards.
 TEST_F(HashMapTest, EveryFailingAllocationLeavesAnExactUsableMap)
 {
     osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
         int stored[150]; // the value a key got, -1: none (the model allocates nothing while armed)
+        const CountedValue* address[150];
         osal_kit_test::failAllocationAfter(skip);
-        PAL::THashMap<CountedValue> map(2);
+        PAL::THashMap<CountedValue> map(2), assigned(4);
+        assigned.set(7, CountedValue(-7));
         for (int round = 0; round < 2; ++round) {
+            std::fill(stored, stored + 150, -1), std::fill(address, address + 150, nullptr);
             if (round == 1)
-                map.clear(), std::fill(stored, stored + 150, -1);
+                map.clear();
             for (int key = 0; key < 150; key += 1 + 2 * round) {
-                const bool landed = key % 2 != 0 ? map.set(key * 7u, CountedValue(key)) : map.get(key * 7u) != nullptr;
-                stored[key] = landed ? key % 2 * key : -1;
+                const unsigned int k = key * 7u;
+                address[key] = key % 2 == 0 ? map.get(k) : map.set(k, CountedValue(key)) ? map.find(k) : nullptr;
+                stored[key] = address[key] != nullptr ? key % 2 * key : -1;
             }
         }
-        const PAL::THashMap<CountedValue> copy(map);
+        PAL::THashMap<CountedValue> copy(map);
+        assigned = copy;
         Morvex_Fault_DisarmAll();
-        std::map<unsigned int, int> expected, copied = contentsOf(copy);
+        std::map<unsigned int, int> expected;
         for (int key = 0; key < 150; ++key) {
+            EXPECT_EQ(address[key], map.find(key * 7u)) << key;
             if (stored[key] >= 0)
                 expected[key * 7u] = stored[key];
         }
-        EXPECT_EQ(expected, contentsOf(map));
+        const std::map<unsigned int, int> copied = contentsOf(copy), reassigned = contentsOf(assigned);
         EXPECT_TRUE(std::includes(expected.begin(), expected.end(), copied.begin(), copied.end()));
-        EXPECT_EQ(static_cast<long>(map.size() + copy.size()), CountedValue::live());
-        EXPECT_NE(nullptr, map.get(100000)) << "usable again";
+        EXPECT_TRUE(std::includes(copied.begin(), copied.end(), reassigned.begin(), reassigned.end()));
+        EXPECT_TRUE(copy.set(0, CountedValue(-5)) && assigned.set(0, CountedValue(-6)) && expected == contentsOf(map));
+        EXPECT_TRUE(map.set(0, CountedValue(42)) && (!address[0] || map.get(0) == address[0]) && map.find(0)->payload() == 42);
+        EXPECT_EQ(static_cast<long>(map.size() + copy.size() + assigned.size()), CountedValue::live());
+        map.clear();
+        EXPECT_TRUE(map.capacity() == 3 && map.get(100000) != nullptr) << "usable again";
     });
 }
 
