@@ -70,15 +70,22 @@ std::string describe(const IThreadPool::AbortedTaskInfo& info)
     return describe(static_cast<const IThreadPool::TaskInfo&>(info)) + (info.mWasRunning ? "r" : "w");
 }
 
-// What `call` returns, "|", and the list it filled, which held one fresh record before.
+// What `call` returns, "|", and the list it filled, which held one fresh record before;
+// read through copies that outlive it, as a caller keeps them.
 template <class Info>
 std::string filled(const std::function<PAL::CString(PAL::TVector<Info>&)>& call)
 {
-    PAL::TVector<Info> list;
-    list.push_back(Info());
-    std::string result = text(call(list)) + "|";
-    for (int i = 0; i < list.size(); ++i)
-        result += (i > 0 ? " " : "") + describe(*list.get(i));
+    std::vector<Info> copies;
+    std::string result;
+    {
+        PAL::TVector<Info> list;
+        list.push_back(Info());
+        result = text(call(list)) + "|";
+        for (int i = 0; i < list.size(); ++i)
+            copies.push_back(*list.get(i)), copies.back() = copies.front(), copies.back() = *list.get(i);
+    }
+    for (const Info& info : copies)
+        result += (&info != &copies[0] ? " " : "") + describe(info);
     return result;
 }
 

@@ -35,16 +35,12 @@ struct Threads {
     PAL::CString uninitializedThreads(unsigned int& count) { count = maximum - unsigned(slots.size()); return PAL::CString(); }
     PAL::CString addThread(unsigned int& position)
     {
-        if (addFailsIn-- == 0)
-            return "no thread";
         position = static_cast<unsigned int>(slots.size());
-        slots.push_back(0);
-        return PAL::CString();
+        return addFailsIn-- == 0 ? PAL::CString("no thread") : (slots.push_back(0), PAL::CString());
     }
     PAL::CString attach(int position, Task* task, bool& needsWakeUp)
     {
-        slots.at(std::size_t(position)) = task->id;
-        needsWakeUp = true;
+        slots.at(std::size_t(position)) = task->id, needsWakeUp = true;
         return PAL::CString();
     }
     PAL::CString wake(int position, Task* task)
@@ -52,17 +48,17 @@ struct Threads {
         const std::string failure = "no wake-up for " + std::to_string(task->id) + " at " + std::to_string(position);
         return wakeFailsIn-- == 0 ? PAL::CString(failure.c_str()) : PAL::CString();
     }
-    void takeBack(int position, Task* task) { slots.at(std::size_t(position)) = 0; setFree(task->mQueueId); }
+    void takeBack(int position, Task* task)
+    {
+        slots.at(std::size_t(position)) = 0;
+        const auto found = std::find(busy.begin(), busy.end(), task->mQueueId);
+        if (found != busy.end())
+            busy.erase(found);
+        if (list != nullptr)
+            list->setQueueFree(task->mQueueId);
+    }
     bool isFree(unsigned int queueId) const { return std::find(busy.begin(), busy.end(), queueId) == busy.end(); }
     void queueBecameBusy(unsigned int queueId) { if (isFree(queueId)) busy.push_back(queueId); }
-    void setFree(unsigned int queueId)
-    {
-        const auto found = std::find(busy.rbegin(), busy.rend(), queueId);
-        if (found != busy.rend())
-            busy.erase(std::next(found).base());
-        if (list != nullptr)
-            list->setQueueFree(queueId);
-    }
 };
 
 // The pass written out plainly: every waiting task, oldest first, skipping busy queue
