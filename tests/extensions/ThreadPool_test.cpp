@@ -245,6 +245,22 @@ TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTask
     EXPECT_THAT(status(*pool), HasSubstr("(idle:4, busy:0), uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]"));
 }
 
+// A task whose thread cannot be woken is taken back, and the next task's pass gives it
+// out again before it makes a thread for the new one.
+TEST_F(ThreadPoolTest, ATaskWhoseThreadCouldNotBeWokenRunsWithTheNextTask)
+{
+    ASSERT_EQ("", text(pool->Start(1, 2, 0)));
+    Probe &first = probe(), &second = probe();
+    unsigned int taskId = 0;
+    osal_kit_test::failNext(MORVEX_FAULT_SemaSignal, SEMA_ERROR_INTERNAL);
+    EXPECT_EQ("CThreadPool::assignTasksToThreads: Morvex_PAL_SemaSignal failed [7]. CThreadElement pos:0. "
+              "Name of assiging task: t. [pool:P]",
+              text(pool->AddTask("t", new ProbeTask(first), 0, taskId)));
+    EXPECT_NE(0u, taskId);
+    add(second);
+    EXPECT_TRUE(first.runs.waitFor(1) && second.runs.waitFor(1));
+}
+
 TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesRunOnceInTheOrderOfTheirQueue)
 {
     const unsigned int queues = 4; // no queue, and queues 1 to 3
