@@ -70,15 +70,22 @@ std::string describe(const IThreadPool::AbortedTaskInfo& info)
     return describe(static_cast<const IThreadPool::TaskInfo&>(info)) + (info.mWasRunning ? "r" : "w");
 }
 
-// What `call` returns, "|", and the list it filled, which held one fresh record before.
+// What `call` returns, "|", and the list it filled, which held one fresh record before;
+// read through copies that outlive it, as a caller keeps them.
 template <class Info>
 std::string filled(const std::function<PAL::CString(PAL::TVector<Info>&)>& call)
 {
-    PAL::TVector<Info> list;
-    list.push_back(Info());
-    std::string result = text(call(list)) + "|";
-    for (int i = 0; i < list.size(); ++i)
-        result += (i > 0 ? " " : "") + describe(*list.get(i));
+    std::vector<Info> copies;
+    std::string result;
+    {
+        PAL::TVector<Info> list;
+        list.push_back(Info());
+        result = text(call(list)) + "|";
+        for (int i = 0; i < list.size(); ++i)
+            copies.push_back(*list.get(i)), copies.back() = copies.front(), copies.back() = *list.get(i);
+    }
+    for (const Info& info : copies)
+        result += (&info != &copies[0] ? " " : "") + describe(info);
     return result;
 }
 
@@ -236,6 +243,20 @@ TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTask
         ASSERT_TRUE(each.deletions.waitFor(1));
     EXPECT_TRUE(pool->IsIdle());
     EXPECT_THAT(status(*pool), HasSubstr("(idle:4, busy:0), uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]"));
+}
+
+// A task whose thread cannot be woken is taken back, and the next task's pass gives it
+// out again before it makes a thread for the new one.
+TEST_F(ThreadPoolTest, ATaskWhoseThreadCouldNotBeWokenRunsWithTheNextTask)
+{
+    ASSERT_EQ("", text(pool->Start(1, 2, 0)));
+    Probe &first = probe(), &second = probe();
+    unsigned int taskId = 0;
+    osal_kit_test::failNext(MORVEX_FAULT_SemaSignal, SEMA_ERROR_INTERNAL);
+    EXPECT_NE("", text(pool->AddTask("t", new ProbeTask(first), 0, taskId))); // the fault sweep checks its text
+    EXPECT_NE(0u, taskId);
+    add(second);
+    EXPECT_TRUE(first.runs.waitFor(1) && second.runs.waitFor(1));
 }
 
 TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesRunOnceInTheOrderOfTheirQueue)

@@ -9,6 +9,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -20,11 +21,11 @@ struct Task : PAL::CWaitingLinks {
 typedef PAL::TWaitingTasks<Task> WaitingTasks;
 
 // A pool's threads as a pass sees them (the task id each runs, 0 when idle) and its busy
-// queue ids, failing the planned thread creation or wake-up of a pass (counted down).
+// queue ids, failing the planned call of each kind in a pass (counted down).
 struct Threads {
     std::vector<unsigned int> slots, busy;
     unsigned int maximum = 0;
-    int addFailsIn = -1, wakeFailsIn = -1;
+    int uninitializedFailsIn = -1, addFailsIn = -1, attachFailsIn = -1, wakeFailsIn = -1;
     WaitingTasks* list = nullptr; // on the fast side: told of every queue id set free
 
     int firstIdleThread()
@@ -32,19 +33,21 @@ struct Threads {
         const auto idle = std::find(slots.begin(), slots.end(), 0u);
         return idle == slots.end() ? -1 : static_cast<int>(idle - slots.begin());
     }
-    PAL::CString uninitializedThreads(unsigned int& count) { count = maximum - unsigned(slots.size()); return PAL::CString(); }
+    PAL::CString uninitializedThreads(unsigned int& count)
+    {
+        count = maximum - unsigned(slots.size());
+        return uninitializedFailsIn-- == 0 ? PAL::CString("no count") : PAL::CString();
+    }
     PAL::CString addThread(unsigned int& position)
     {
-        if (addFailsIn-- == 0)
-            return "no thread";
         position = static_cast<unsigned int>(slots.size());
-        slots.push_back(0);
-        return PAL::CString();
+        return addFailsIn-- == 0 ? PAL::CString("no thread") : (slots.push_back(0), PAL::CString());
     }
     PAL::CString attach(int position, Task* task, bool& needsWakeUp)
     {
-        slots.at(std::size_t(position)) = task->id;
-        needsWakeUp = true;
+        if (attachFailsIn-- == 0)
+            return "no attach";
+        slots.at(std::size_t(position)) = task->id, needsWakeUp = true;
         return PAL::CString();
     }
     PAL::CString wake(int position, Task* task)
@@ -52,17 +55,17 @@ struct Threads {
         const std::string failure = "no wake-up for " + std::to_string(task->id) + " at " + std::to_string(position);
         return wakeFailsIn-- == 0 ? PAL::CString(failure.c_str()) : PAL::CString();
     }
-    void takeBack(int position, Task* task) { slots.at(std::size_t(position)) = 0; setFree(task->mQueueId); }
+    void takeBack(int position, Task* task)
+    {
+        slots.at(std::size_t(position)) = 0;
+        const auto found = std::find(busy.begin(), busy.end(), task->mQueueId);
+        if (found != busy.end())
+            busy.erase(found);
+        if (list != nullptr)
+            list->setQueueFree(task->mQueueId);
+    }
     bool isFree(unsigned int queueId) const { return std::find(busy.begin(), busy.end(), queueId) == busy.end(); }
     void queueBecameBusy(unsigned int queueId) { if (isFree(queueId)) busy.push_back(queueId); }
-    void setFree(unsigned int queueId)
-    {
-        const auto found = std::find(busy.rbegin(), busy.rend(), queueId);
-        if (found != busy.rend())
-            busy.erase(std::next(found).base());
-        if (list != nullptr)
-            list->setQueueFree(queueId);
-    }
 };
 
 // The pass written out plainly: every waiting task, oldest first, skipping busy queue
@@ -77,10 +80,12 @@ PAL::CString plainPass(std::vector<Task*>& waiting, Threads& threads)
             continue;
         int position = threads.firstIdleThread();
         unsigned int uninitialized = 0, created = 0;
-        if (position < 0 && threads.uninitializedThreads(uninitialized).isEmpty() && uninitialized == 0)
-            continue;
-        if (position < 0 && (result = threads.addThread(created)).isEmpty())
+        if (position < 0 && ((result = threads.uninitializedThreads(uninitialized)).isEmpty() && uninitialized == 0))
+            break;
+        if (position < 0 && result.isEmpty() && (result = threads.addThread(created)).isEmpty())
             position = static_cast<int>(created);
+        if (result.isEmpty() && threads.attachFailsIn-- == 0)
+            result = "no attach";
         if (result.isEmpty() && (result = threads.wake(position, task)).isEmpty()) {
             threads.slots[static_cast<std::size_t>(position)] = task->id;
             handedOut.push_back(i);
@@ -124,10 +129,10 @@ TEST(WaitingTasks, DispatchDecidesAsThePlainWalkOnRandomScenarios)
                 for (Threads* threads : {&fastThreads, &plainThreads})
                     threads->takeBack(static_cast<int>(position), tasks[id - 1].get());
             }
-            const unsigned int failure = pick(19);
+            const int plan[] = {int(pick(15)) - 12, int(pick(15)) - 12, int(pick(15)) - 12, int(pick(15)) - 12};
             for (Threads* threads : {&fastThreads, &plainThreads}) {
-                threads->addFailsIn = failure < 3 ? static_cast<int>(failure) : -1;
-                threads->wakeFailsIn = failure >= 3 && failure < 6 ? static_cast<int>(failure) - 3 : -1;
+                threads->uninitializedFailsIn = plan[0], threads->addFailsIn = plan[1];
+                threads->attachFailsIn = plan[2], threads->wakeFailsIn = plan[3];
             }
             // The wake-up a pass leaves due is sent as the pool sends it, once its lock is free.
             WaitingTasks::SWakeUp wakeUp;
@@ -140,10 +145,9 @@ TEST(WaitingTasks, DispatchDecidesAsThePlainWalkOnRandomScenarios)
             std::vector<Task*> oldestFirst;
             for (Task* task = fast.oldest(); task != nullptr; task = WaitingTasks::newer(task))
                 oldestFirst.push_back(task);
-            ASSERT_EQ(std::string(plainResult.getBuffer()), fastResult.getBuffer()) << where;
-            ASSERT_EQ(plainThreads.slots, fastThreads.slots) << where;
-            ASSERT_EQ(plainThreads.busy, fastThreads.busy) << where;
-            ASSERT_EQ(plainWaiting, oldestFirst) << where;
+            ASSERT_EQ(std::make_tuple(std::string(plainResult.getBuffer()), plainThreads.slots, plainThreads.busy, plainWaiting),
+                      std::make_tuple(std::string(fastResult.getBuffer()), fastThreads.slots, fastThreads.busy, oldestFirst))
+                << where;
             ASSERT_EQ(static_cast<int>(plainWaiting.size()), fast.size()) << where;
         }
     }

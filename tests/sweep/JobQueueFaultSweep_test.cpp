@@ -1,9 +1,9 @@
 // The job queue through a failure of each platform function it calls, at every call of
 // a whole queue life: create deferred, insert, read the fill level, flush and discard
 // before the worker runs, start, refuse jobs, flush and discard a running queue, insert
-// from another thread, and destroy it with that job waiting. Each job offered is deleted
-// exactly once, nothing leaks or hangs, and each failure on the calling thread leaves
-// its documented record.
+// from another thread, and destroy it with that job waiting; and a queue started at
+// once. Each job offered is deleted exactly once, nothing leaks or hangs, and each
+// failure on the calling thread leaves its documented record.
 
 #include "extensions/JobQueue.h"
 
@@ -22,45 +22,34 @@
 
 namespace {
 
-using osal_kit_test::ExpectedRecord;
 using osal_kit_test::FaultRun;
-using osal_kit_test::PalFault;
 using PAL::CJobQueue;
 
-class SweepJob : public CJobQueue::CJob {
-public:
+struct SweepJob : CJobQueue::CJob {
     SweepJob(osal_kit_test::SweepLedger& ledger, int item) : CJob("job"), mLedger(ledger), mItem(item) {}
     ~SweepJob() override { mLedger.deleted(mItem); }
     void Run() override { mLedger.ran(mItem); }
-
-private:
     osal_kit_test::SweepLedger& mLedger;
-    int mItem;
+    const int mItem;
 };
 
-const char* const QUEUE = "extensions/private/JobQueue.cpp";
-const char* const MUTEX = "os/private/Mutex.cpp";
-
-#define ROW(function, step, file, level) \
-    ExpectedRecord{__LINE__, MORVEX_FAULT_##function, step, file, level, nullptr, nullptr, false}
-#define TEXT_ROW(function, step, file, format, value) \
-    ExpectedRecord{__LINE__, MORVEX_FAULT_##function, step, file, 3, format, value, false}
+#define ROW(function, step, level) {__LINE__, MORVEX_FAULT_##function, step, "JobQueue.cpp", level, nullptr, nullptr, false}
+#define TEXT_ROW(function, step, file, format, value) {__LINE__, MORVEX_FAULT_##function, step, file, 3, format, value, false}
+#define NAMED(function, step) TEXT_ROW(function, step, "JobQueue.cpp", "%s%s", "sweep")
+#define MUTEX(function, step, value) TEXT_ROW(function, step, "os/private/Mutex.cpp", "%s%s", value)
 
 // Failures the queue does not report (a refused join or semaphore release, the
 // counters' own mutex) have no row.
-std::array<ExpectedRecord, 21> records = {{
-    ROW(MsgQueue_Init, "Create", QUEUE, 3), TEXT_ROW(MsgQueue_Init, "Create", QUEUE, "%s%s", "sweep"),
-    TEXT_ROW(MsgQueue_TrySendMsg, "Insert", QUEUE, "%s%s", "sweep"), ROW(SemaInit, "Flush", QUEUE, 3),
-    TEXT_ROW(MsgQueue_SendMsg, "Flush", QUEUE, "%s%s", "sweep"), ROW(MsgQueue_SendMsg, "Flush", QUEUE, 3),
-    ROW(MsgQueue_GetStatus, "GetFillLevel", QUEUE, 3), ROW(MsgQueue_GetStatus, "DiscardDeferred", QUEUE, 3),
-    ROW(MsgQueue_ReceiveMsg, "DiscardDeferred", QUEUE, 3), ROW(MsgQueue_DeInit, "Destroy", QUEUE, 3),
-    ROW(ThreadCreate, "FlushDeferred", QUEUE, 3), ROW(ThreadCreate, "StartProcessing", QUEUE, 3),
-    ROW(ThreadInit, "Create", QUEUE, 3), ROW(SemaWait, "Flush", QUEUE, 4), ROW(SemaTryWait, "Flush", QUEUE, 3),
-    ROW(zmalloc, "Flush", QUEUE, 3), TEXT_ROW(MutexInit, "Create", MUTEX, "%s", "CJobQueue::mMutex"),
-    TEXT_ROW(MutexWait, "Insert", MUTEX, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
-    TEXT_ROW(MutexWait, "Destroy", MUTEX, "%s%s", "MUTEX_ERROR_WAIT_FAILED"),
-    TEXT_ROW(MutexSignal, "Insert", MUTEX, "%s%s", "MUTEX_ERROR_SIGNAL_FAILED"),
-    TEXT_ROW(MutexDeInit, "Destroy", MUTEX, "%s%s", "MUTEX_ERROR_DEINIT_FAILED"),
+std::array<osal_kit_test::ExpectedRecord, 22> records = {{
+    ROW(MsgQueue_Init, "Create", 3), NAMED(MsgQueue_Init, "Create"), NAMED(MsgQueue_TrySendMsg, "Insert"),
+    ROW(SemaInit, "Flush", 3), NAMED(MsgQueue_SendMsg, "Flush"), ROW(MsgQueue_SendMsg, "Flush", 3),
+    ROW(MsgQueue_GetStatus, "GetFillLevel", 3), ROW(MsgQueue_GetStatus, "DiscardDeferred", 3),
+    ROW(MsgQueue_ReceiveMsg, "DiscardDeferred", 3), ROW(MsgQueue_DeInit, "Destroy", 3),
+    ROW(ThreadCreate, "FlushDeferred", 3), ROW(ThreadCreate, "StartProcessing", 3), ROW(ThreadCreate, "CreateStarted", 3),
+    ROW(ThreadInit, "Create", 3), ROW(SemaWait, "Flush", 4), ROW(SemaTryWait, "Flush", 3), ROW(zmalloc, "Flush", 3),
+    TEXT_ROW(MutexInit, "Create", "os/private/Mutex.cpp", "%s", "CJobQueue::mMutex"),
+    MUTEX(MutexWait, "Insert", "MUTEX_ERROR_WAIT_FAILED"), MUTEX(MutexWait, "Destroy", "MUTEX_ERROR_WAIT_FAILED"),
+    MUTEX(MutexSignal, "Insert", "MUTEX_ERROR_SIGNAL_FAILED"), MUTEX(MutexDeInit, "Destroy", "MUTEX_ERROR_DEINIT_FAILED"),
 }};
 
 // One whole queue life. Every job offered to Insert belongs to the queue from then on;
@@ -69,43 +58,40 @@ void queueLife(FaultRun& run)
 {
     osal_kit_test::SweepLedger ledger;
     SweepJob* jobs[8];
-    for (SweepJob*& job : jobs)
-        job = new SweepJob(ledger, static_cast<int>(&job - jobs));
+    for (int i = 0; i < 8; ++i)
+        jobs[i] = new SweepJob(ledger, i);
     osal_kit_test::TraceTally tally;
     // Another thread inserts one job late in the queue's life: whatever failed before
     // must not have left the queue's lock held.
     osal_kit_test::WaitableCounter go, done;
-    CJobQueue* shared = nullptr;
     int offered = 0;
-    std::thread other([&] {
-        go.waitFor(1);
-        if (shared != nullptr)
-            (void)run.step("InsertElsewhere", [&] { return shared->Insert(jobs[offered++], 0); });
-        done.increment();
-    });
     // In place: the queue's deleting destructor is the library's, whose operator delete
     // is not the one a sanitized test's new pairs with.
-    std::optional<CJobQueue> queue;
-    auto insert = [&](int priority) {
-        (void)run.step("Insert", [&] { return queue->Insert(jobs[offered++], priority); });
-    };
+    std::optional<CJobQueue> queue, started;
+    std::thread other([&] {
+        go.waitFor(1);
+        (void)run.step("InsertElsewhere", [&] { return queue->Insert(jobs[offered++], 0); });
+        done.increment();
+    });
+    auto insert = [&](int priority) { (void)run.step("Insert", [&] { return queue->Insert(jobs[offered++], priority); }); };
+    auto step = [&](const char* name, auto operation) { (void)run.step(name, [&] { return operation(*queue), 0; }); };
     run.arm();
-    run.step("Create", [&] { queue.emplace(4, "sweep", PAL::CThread::PRIORITY_NORMAL, true); });
+    run.step("CreateStarted", [&] { started.emplace(2, "sweep", PAL::CThread::PRIORITY_NORMAL, false); });
+    run.step("Create", [&] { started.reset(), queue.emplace(4, "sweep", PAL::CThread::PRIORITY_NORMAL, true); });
     insert(2), insert(1);
-    (void)run.step("GetFillLevel", [&] { return queue->GetFillLevel(); });
-    (void)run.step("FlushDeferred", [&] { return queue->Flush(false); });
+    step("GetFillLevel", [](CJobQueue& q) { return q.GetFillLevel(); });
+    step("FlushDeferred", [](CJobQueue& q) { return q.Flush(false); });
     insert(0);
-    (void)run.step("DiscardDeferred", [&] { return queue->Flush(true); });
-    (void)run.step("StartProcessing", [&] { return queue->StartProcessing(); });
+    step("DiscardDeferred", [](CJobQueue& q) { return q.Flush(true); });
+    step("StartProcessing", [](CJobQueue& q) { return q.StartProcessing(); });
     insert(0);
-    run.step("AcceptJobs", [&] { queue->AcceptJobs(false); });
+    step("AcceptJobs", [](CJobQueue& q) { q.AcceptJobs(false); });
     insert(0);
     const int refused = offered - 1;
-    run.step("AcceptJobs", [&] { queue->AcceptJobs(true); });
-    (void)run.step("Flush", [&] { return queue->Flush(false); });
+    step("AcceptJobs", [](CJobQueue& q) { q.AcceptJobs(true); });
+    step("Flush", [](CJobQueue& q) { return q.Flush(false); });
     insert(3), insert(3);
-    (void)run.step("Discard", [&] { return queue->Flush(true); });
-    shared = &*queue;
+    step("Discard", [](CJobQueue& q) { return q.Flush(true); });
     go.increment(), done.waitFor(1);
     run.step("Destroy", [&] { queue.reset(); });
     run.disarm();
@@ -118,7 +104,7 @@ void queueLife(FaultRun& run)
 }
 
 #define FAULT(function, code) OSAL_KIT_PAL_FAULT(function, code)
-const PalFault FAULTS[] = {
+const osal_kit_test::PalFault FAULTS[] = {
     FAULT(MutexInit, MUTEX_ERROR_CREATE_FAILED), FAULT(MutexWait, MUTEX_ERROR_WAIT_FAILED),
     FAULT(MutexSignal, MUTEX_ERROR_SIGNAL_FAILED), FAULT(MutexDeInit, MUTEX_ERROR_DEINIT_FAILED),
     FAULT(SemaInit, SEMA_ERROR_CREATE_FAILED), FAULT(SemaWait, SEMA_ERROR_INTERNAL), FAULT(zmalloc, 0),
@@ -135,10 +121,9 @@ const PalFault FAULTS[] = {
 TEST(JobQueueFaultSweep, EveryFailureIsTracedAndCleanedUp)
 {
     for (const bool anyThread : {false, true}) {
-        for (const PalFault& fault : FAULTS) {
+        for (const osal_kit_test::PalFault& fault : FAULTS) {
             SCOPED_TRACE(std::string(fault.name) + (anyThread ? " on any thread" : ""));
-            const unsigned int failed = osal_kit_test::sweepPlatformFault(fault, queueLife, anyThread);
-            EXPECT_TRUE(failed > 0 || !anyThread) << "the scenario never called it";
+            EXPECT_TRUE(osal_kit_test::sweepPlatformFault(fault, queueLife, anyThread) > 0 || !anyThread) << "never called";
             if (!anyThread)
                 osal_kit_test::expectRowsSeen(records, fault.function);
         }
