@@ -5,7 +5,7 @@
 #include "core/HashArray.h"
 
 #include "support/CountedValue.h"
-#include "support/FaultSweep.h"
+#include "support/AllocationBalance.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "core/HashMap.h"
 
 #include "support/CountedValue.h"
-#include "support/FaultSweep.h"
+#include "support/AllocationSweep.h"
 
 #include <gtest/gtest.h>
 
@@ -131,7 +131,7 @@ std::map<unsigned int, int> contentsOf(const PAL::THashMap<CountedValue>& map)
 // is usable and independent afterwards.
 TEST_F(HashMapTest, EveryFailingAllocationLeavesAnExactUsableMap)
 {
-    osal_kit_test::forEveryFailingAllocation([](unsigned int skip) {
+    osal_kit_test::sweepAllocations({__LINE__, "map", [](unsigned int skip) {
         int stored[150]; // the value a key got, -1: none (the model allocates nothing while armed)
         const CountedValue* address[150];
         osal_kit_test::failAllocationAfter(skip);
@@ -164,7 +164,7 @@ TEST_F(HashMapTest, EveryFailingAllocationLeavesAnExactUsableMap)
         EXPECT_EQ(static_cast<long>(map.size() + copy.size() + assigned.size()), CountedValue::live());
         map.clear();
         EXPECT_TRUE(map.capacity() == 3 && map.get(100000) != nullptr) << "usable again";
-    });
+    }});
 }
 
 } // namespace

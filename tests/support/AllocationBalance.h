@@ -41,6 +41,12 @@ struct FaultGuard {
     ~FaultGuard() { Morvex_Fault_DisarmAll(); }
 };
 
+// Makes the allocation after `skip` more on this thread fail (the allocator returns null).
+inline void failAllocationAfter(unsigned int skip)
+{
+    Morvex_Fault_ArmEx(MORVEX_FAULT_zmalloc, 0, skip, 1, 1);
+}
+
 // Makes the next `count` calls of `function` (on this thread only, unless told
 // otherwise) fail with `code`.
 inline void failNext(eMorvex_FaultFunction function, int code, unsigned int count = 1, bool thisThreadOnly = true)

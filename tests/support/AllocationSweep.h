@@ -7,8 +7,6 @@
 #include "core/VectorBase.h"
 
 #include "support/AllocationBalance.h"
-#include "support/FaultSweep.h"
-#include "support/LiveCounts.h"
 
 #include "morvex_pal_fault.h"
 #include "morvex_pal_memory.h"
@@ -20,6 +18,26 @@
 #include <string>
 
 namespace osal_kit_test {
+
+// A snapshot of every label the library allocates under, and of all of them together.
+class LiveCounts {
+public:
+    // Adds a failure naming each label whose live blocks or bytes moved.
+    void expectUnchanged() const
+    {
+        for (int i = 0; i < 5; ++i) {
+            const char* name = kLabels[i] != nullptr ? kLabels[i] : "all labels";
+            EXPECT_EQ(0, counts_[i].liveBlocksDelta()) << "live blocks of " << name;
+            EXPECT_EQ(0, counts_[i].liveBytesDelta()) << "live bytes of " << name;
+        }
+    }
+
+private:
+    static constexpr const char* kLabels[5] = {nullptr, "new", "new[]", "new[](std::nothrow_t)", "Memory::alloc"};
+    AllocationBalance counts_[5] = {AllocationBalance("osal_kit", kLabels[0]), AllocationBalance("osal_kit", kLabels[1]),
+                                    AllocationBalance("osal_kit", kLabels[2]), AllocationBalance("osal_kit", kLabels[3]),
+                                    AllocationBalance("osal_kit", kLabels[4])};
+};
 
 // While it lives, every vector storage request first asks the tracked allocator for a
 // probe block (under its own component, so the library's counts do not see it): an

@@ -5,8 +5,7 @@
 #ifndef OSAL_KIT_TEST_SUPPORT_PLATFORMFAULTSWEEP_H
 #define OSAL_KIT_TEST_SUPPORT_PLATFORMFAULTSWEEP_H
 
-#include "support/AllocationBalance.h"
-#include "support/LiveCounts.h"
+#include "support/AllocationSweep.h"
 
 #include "morvex_pal_fault.h"
 #include "morvex_traceout.h"
