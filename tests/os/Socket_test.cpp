@@ -29,35 +29,26 @@ CSocket::eResult create(CClientSocket& client)
     return client.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP);
 }
 
-// A listening socket on 127.0.0.1 at a port the system picks.
-class ClientSocketTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t length = sizeof address;
-        sockaddr* raw = reinterpret_cast<sockaddr*>(&address);
-        ASSERT_EQ(0, ::bind(listener, raw, length) | ::listen(listener, 4) | ::getsockname(listener, raw, &length));
-        port = ntohs(address.sin_port);
-    }
-    void TearDown() override { ::close(listener); }
-    // Connects a new socket of `client` by `host`; returns the server's end.
-    int connect(CClientSocket& client, const char* host)
-    {
+// Data goes both ways, and reads end when the peer closes. Linger on with no time resets
+// the connection on close; off, the peer sees an orderly end. A port the server holds is
+// not shared, and once it is closed nobody answers there.
+TEST(ClientSocketTest, ExchangesDataWithALoopbackServerAndEndsAsLingerSays)
+{
+    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    sockaddr* raw = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(0, ::bind(listener, raw, length) | ::listen(listener, 4) | ::getsockname(listener, raw, &length));
+    const unsigned short port = ntohs(address.sin_port);
+    auto connect = [&](CClientSocket& client, const char* host) {
         EXPECT_EQ(CSocket::RESULT_OK, create(client));
         EXPECT_EQ(CSocket::RESULT_OK, client.Connect(host, port));
         return ::accept(listener, nullptr, nullptr);
-    }
-    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    unsigned short port = 0;
-};
-
-TEST_F(ClientSocketTest, DataGoesBothWaysAndReadsEndWhenThePeerCloses)
-{
+    };
     CClientSocket client;
     char buffer[8];
     unsigned int count = 99;
-    const int peer = connect(client, "127.0.0.1");
+    int peer = connect(client, "127.0.0.1");
     EXPECT_EQ(CSocket::RESULT_TIMEOUT, client.Read(buffer, sizeof buffer, count, 50));
     EXPECT_EQ(0u, count);
     EXPECT_EQ(CSocket::RESULT_OK, client.Write("ping", 4, count));
@@ -71,29 +62,22 @@ TEST_F(ClientSocketTest, DataGoesBothWaysAndReadsEndWhenThePeerCloses)
         text.append(buffer, count);
     EXPECT_EQ(CSocket::RESULT_CONNECTION_CLOSED, result) << "after what was sent before the close";
     EXPECT_EQ("pong", text);
-}
-
-// Linger on with no time resets the connection on close; off, the peer sees an orderly
-// end. A port held by the server is not shared, and once it is gone nobody answers there.
-TEST_F(ClientSocketTest, LingerDecidesHowCloseEndsTheConnection)
-{
     for (const auto& [line, onOff, received, error] : {std::tuple{__LINE__, 1, -1, ECONNRESET}, {__LINE__, 0, 0, 0}}) {
-        CClientSocket client;
-        const int peer = connect(client, "localhost");
-        EXPECT_EQ(CSocket::RESULT_OK, client.SetLinger(onOff, 0));
-        EXPECT_EQ(CSocket::RESULT_OK, client.Close());
+        CClientSocket lingering;
+        peer = connect(lingering, "localhost");
+        EXPECT_EQ(CSocket::RESULT_OK, lingering.SetLinger(onOff, 0));
+        EXPECT_EQ(CSocket::RESULT_OK, lingering.Close());
         pollfd ready{peer, POLLIN, 0};
-        char byte;
         errno = 0;
         EXPECT_EQ(1, ::poll(&ready, 1, 10000));
-        EXPECT_EQ(std::pair(received, error), std::pair(int(::recv(peer, &byte, 1, 0)), errno)) << "row of line " << line;
+        EXPECT_EQ(std::pair(received, error), std::pair(int(::recv(peer, buffer, 1, 0)), errno)) << "row of line " << line;
         ::close(peer);
     }
-    CClientSocket client;
-    EXPECT_EQ(CSocket::RESULT_OK, create(client));
-    EXPECT_EQ(CSocket::RESULT_ADDRESS_IN_USE, client.Bind(port));
+    CClientSocket late;
+    EXPECT_EQ(CSocket::RESULT_OK, create(late));
+    EXPECT_EQ(CSocket::RESULT_ADDRESS_IN_USE, late.Bind(port));
     ::close(listener);
-    EXPECT_EQ(CSocket::RESULT_CONNECTION_REFUSED, client.Connect("127.0.0.1", port));
+    EXPECT_EQ(CSocket::RESULT_CONNECTION_REFUSED, late.Connect("127.0.0.1", port));
 }
 
 // One operation by its letter: r Read, t Read with a time limit, w Write, b Bind,

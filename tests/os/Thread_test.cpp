@@ -46,8 +46,7 @@ public:
 };
 
 // Name (cut to fifteen bytes, never inside a character) and priority (the middle one
-// when out of range) reach the platform; run()'s
-// result is the exit value. A started thread refuses another start until it is joined,
+// when out of range) reach the platform; run()'s result is the exit value. A started thread refuses another start until it is joined,
 // and it cannot join itself; a joined one runs again. Refusals of the PAL core come back
 // as false, and a thread object it could not make refuses both without asking it.
 TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
