@@ -46,9 +46,10 @@ public:
 };
 
 // Name (cut to fifteen bytes, never inside a character) and priority (the middle one
-// when out of range) reach the platform; run()'s result is the exit value. A started thread refuses another start until it is joined,
-// and it cannot join itself; a joined one runs again. Refusals of the PAL core come back
-// as false, and a thread object it could not make refuses both without asking it.
+// when out of range) reach the platform; run()'s result is the exit value. A started
+// thread refuses another start until it is joined, and it cannot join itself; a joined
+// one runs again. Refusals of the PAL core come back as false, and a thread object it
+// could not make refuses both without asking it (nor is it destroyed there).
 TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
 {
     osal_kit_test::FaultGuard faults;
@@ -77,11 +78,14 @@ TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
         EXPECT_EQ(2, thread.runs);
     }
     auto palCalls = [] { return Morvex_Fault_Calls(MORVEX_FAULT_ThreadCreate) + Morvex_Fault_Calls(MORVEX_FAULT_ThreadWait); };
-    const unsigned long long calls = palCalls();
-    failNext(MORVEX_FAULT_ThreadInit, THREAD_ERROR_INTERNAL);
-    CProbeThread never("never");
-    EXPECT_FALSE(never.start() || never.join());
-    EXPECT_EQ(calls, palCalls());
+    const unsigned long long calls = palCalls(), destroyed = Morvex_Fault_Calls(MORVEX_FAULT_ThreadDeInit);
+    {
+        failNext(MORVEX_FAULT_ThreadInit, THREAD_ERROR_INTERNAL);
+        CProbeThread never("never");
+        EXPECT_FALSE(never.start() || never.join());
+        EXPECT_EQ(calls, palCalls());
+    }
+    EXPECT_EQ(destroyed, Morvex_Fault_Calls(MORVEX_FAULT_ThreadDeInit));
     EXPECT_STREQ("PAL::CThread", PAL::PAL_CTHREAD_NAME.getBuffer());
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <set>
-#include <utility>
 #include <vector>
 
 // Filled up again and again and drained by a few each time, against a model that picks

@@ -1,11 +1,7 @@
 // What the platform calls refuse before they act (missing handles and pointers, values
 // out of range), and how a socket call translates what the system refuses.
 
-#include "morvex_pal_mutex.h"
-#include "morvex_pal_sema.h"
-#include "morvex_pal_socket.h"
-#include "morvex_pal_thread.h"
-#include "msgqueue.h"
+#include "morvex_pal.h"
 
 #include <gtest/gtest.h>
 
