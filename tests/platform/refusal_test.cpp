@@ -73,6 +73,12 @@ TEST(Refusal, EachCallRefusesBadArgumentsAndTranslatesTheSystemsFailures)
     };
     for (const auto& row : rows)
         EXPECT_EQ(std::vector<int>(row.got.size(), row.expected), row.got) << "row of line " << row.line;
+    // While any fault is armed, every call takes the long way round, which checks again.
+    Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, 0, 0, 1, 1);
+    EXPECT_EQ((std::vector<int>{MUTEX_ERROR_INV_HANDLE, MUTEX_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE}),
+              (std::vector<int>{Morvex_PAL_MutexWait(nullptr), Morvex_PAL_MutexSignal(nullptr), Morvex_PAL_SemaSignal(nullptr),
+                                Morvex_PAL_SemaWait(nullptr)}));
+    Morvex_Fault_DisarmAll();
     EXPECT_EQ(std::make_tuple(std::string(), none, 0u, 0u), std::make_tuple(std::string(b), t, n, m))
         << "no name, no handle left, nothing read or written";
 }
