@@ -1,7 +1,5 @@
-// The sockets: CSocket::ResultMap's translation of PAL core codes, the process-wide
-// socket layer calls and closing; CClientSocket against a TCP server on 127.0.0.1 that
-// the test runs itself, PAL core failures, and the refusals made before the PAL core is
-// reached.
+// The sockets: CClientSocket against a TCP server on 127.0.0.1 that the test runs itself,
+// PAL core failures, and the translation of PAL core codes.
 
 #include "os/ClientSocket.h"
 
@@ -10,12 +8,14 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
+#include <cerrno>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -28,26 +28,32 @@ CSocket::eResult create(CClientSocket& client)
     return client.Create(CSocket::DOMAIN_IPV4, CSocket::TYPE_STREAM, CSocket::PROTOCOL_TCP);
 }
 
-TEST(ClientSocketTest, DataGoesBothWaysAndReadsEndWhenThePeerCloses)
+// Data goes both ways, and reads end when the peer closes. Linger on with no time resets
+// the connection on close; off, the peer sees an orderly end. A port the server holds is
+// not shared, and once it is closed nobody answers there.
+TEST(ClientSocketTest, ExchangesDataWithALoopbackServerAndEndsAsLingerSays)
 {
-    // The server: a listening socket on 127.0.0.1 at a port the system picks.
     const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof address;
     sockaddr* raw = reinterpret_cast<sockaddr*>(&address);
-    ASSERT_EQ(0, ::bind(listener, raw, length) | ::listen(listener, 1) | ::getsockname(listener, raw, &length));
+    ASSERT_EQ(0, ::bind(listener, raw, length) | ::listen(listener, 4) | ::getsockname(listener, raw, &length));
+    const unsigned short port = ntohs(address.sin_port);
+    auto connect = [&](CClientSocket& client, const char* host) {
+        EXPECT_EQ(CSocket::RESULT_OK, create(client));
+        EXPECT_EQ(CSocket::RESULT_OK, client.Connect(host, port));
+        return ::accept(listener, nullptr, nullptr);
+    };
     CClientSocket client;
     char buffer[8];
     unsigned int count = 99;
-    ASSERT_EQ(CSocket::RESULT_OK, create(client));
-    ASSERT_EQ(CSocket::RESULT_OK, client.Connect("127.0.0.1", ntohs(address.sin_port)));
-    const int peer = ::accept(listener, nullptr, nullptr);
+    int peer = connect(client, "127.0.0.1");
     EXPECT_EQ(CSocket::RESULT_TIMEOUT, client.Read(buffer, sizeof buffer, count, 50));
     EXPECT_EQ(0u, count);
     EXPECT_EQ(CSocket::RESULT_OK, client.Write("ping", 4, count));
     EXPECT_EQ(4u, count);
     EXPECT_EQ(4, ::recv(peer, buffer, 4, MSG_WAITALL));
-    EXPECT_EQ(4, ::send(peer, "pong", 4, 0) + ::close(peer) + ::close(listener));
+    EXPECT_EQ(4, ::send(peer, "pong", 4, 0) + ::close(peer));
     EXPECT_EQ(CSocket::RESULT_OK, client.Read(buffer, 2, count, 5000));
     std::string text(buffer, count);
     CSocket::eResult result;
@@ -55,6 +61,22 @@ TEST(ClientSocketTest, DataGoesBothWaysAndReadsEndWhenThePeerCloses)
         text.append(buffer, count);
     EXPECT_EQ(CSocket::RESULT_CONNECTION_CLOSED, result) << "after what was sent before the close";
     EXPECT_EQ("pong", text);
+    for (const auto& [line, onOff, received, error] : {std::tuple{__LINE__, 1, -1, ECONNRESET}, {__LINE__, 0, 0, 0}}) {
+        CClientSocket lingering;
+        peer = connect(lingering, "localhost");
+        EXPECT_EQ(CSocket::RESULT_OK, lingering.SetLinger(onOff, 0));
+        EXPECT_EQ(CSocket::RESULT_OK, lingering.Close());
+        pollfd ready{peer, POLLIN, 0};
+        errno = 0;
+        EXPECT_EQ(1, ::poll(&ready, 1, 10000));
+        EXPECT_EQ(std::pair(received, error), std::pair(int(::recv(peer, buffer, 1, 0)), errno)) << "row of line " << line;
+        ::close(peer);
+    }
+    CClientSocket late;
+    EXPECT_EQ(CSocket::RESULT_OK, create(late));
+    EXPECT_EQ(CSocket::RESULT_ADDRESS_IN_USE, late.Bind(port));
+    ::close(listener);
+    EXPECT_EQ(CSocket::RESULT_CONNECTION_REFUSED, late.Connect("127.0.0.1", port));
 }
 
 // One operation by its letter: r Read, t Read with a time limit, w Write, b Bind,
@@ -75,7 +97,7 @@ CSocket::eResult call(CClientSocket& socket, char operation, unsigned int& count
 
 // Without a socket each operation answers RESULT_NO_SOCKET and leaves its count alone;
 // with one, a failing PAL call is translated and its count stored all the same.
-TEST(ClientSocketTest, EachOperationRefusesAMissingSocketAndTranslatesThePalCoresFailure)
+TEST(ClientSocketFaultTest, EachOperationRefusesAMissingSocketAndTranslatesThePalCoresFailure)
 {
     osal_kit_test::FaultGuard faults;
     CClientSocket fresh, open;

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <climits>
 #include <cstring>
 #include <string>
@@ -16,7 +18,8 @@ namespace {
 using osal_kit_test::failNext;
 
 // A thread whose body waits for `go`, tries to join itself and returns 7; afterwards
-// it tells the platform's view of its name, priority and exit value.
+// it tells the platform's view of its name (from outside and inside), priority and
+// exit value.
 class CProbeThread : public PAL::CThread {
 public:
     using CThread::CThread;
@@ -24,6 +27,7 @@ public:
     {
         go.Wait(), ++runs;
         handle = Morvex_PAL_ThreadGetCurrent();
+        pthread_getname_np(pthread_self(), inside, sizeof inside);
         return join() ? 0 : 7;
     }
     std::string platformView() const
@@ -33,24 +37,29 @@ public:
         int exitValue = 0;
         Morvex_PAL_ThreadGetName(handle, name, sizeof name), Morvex_PAL_ThreadGetPriority(handle, &priority);
         Morvex_PAL_ThreadWait(handle, &exitValue);
-        return std::string(name) + " " + std::to_string(priority) + " " + std::to_string(exitValue);
+        return std::string(name) + "|" + inside + " " + std::to_string(priority) + " " + std::to_string(exitValue);
     }
     int runs = 0;
     sMorvex_PAL_Thread* handle = nullptr;
+    char inside[32] = {};
     PAL::CSemaphore go{0};
 };
 
-// Name and priority (the middle one when out of range) reach the platform; run()'s
-// result is the exit value. A started thread refuses another start until it is joined,
-// and it cannot join itself; a joined one runs again. Refusals of the PAL core come back
-// as false, and a thread object it could not make refuses both without asking it.
+// Name (cut to fifteen bytes, never inside a character) and priority (the middle one
+// when out of range) reach the platform; run()'s result is the exit value. A started
+// thread refuses another start until it is joined, and it cannot join itself; a joined
+// one runs again. Refusals of the PAL core come back as false, and a thread object it
+// could not make refuses both without asking it (nor is it destroyed there).
 TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
 {
     osal_kit_test::FaultGuard faults;
     const struct { int line; const char* name; int priority; const char* platformView; } rows[] = {
-        {__LINE__, "JobQueue-worker", 6, "JobQueue-worker 6 7"}, {__LINE__, "Größe", 0, "Größe 0 7"},
-        {__LINE__, "", 9, " 3 7"}, {__LINE__, "negative", -1, "negative 3 7"},
-        {__LINE__, nullptr, 0, "PAL::CThread 3 7"}, // the default constructor
+        {__LINE__, "JobQueue-worker", 6, "JobQueue-worker|JobQueue-worker 6 7"},
+        {__LINE__, "sixteen-bytes-xx", 0, "sixteen-bytes-x|sixteen-bytes-x 0 7"}, {__LINE__, "", 2, "| 2 7"},
+        {__LINE__, "fourteen-bytes\xC3\xA9", 9, "fourteen-bytes|fourteen-bytes 3 7"},
+        {__LINE__, "thirteen-byte\xE2\x82\xAC", -1, "thirteen-byte|thirteen-byte 3 7"},
+        {__LINE__, "twelve-bytes\xC3\xA9xyz", 1, "twelve-bytes\xC3\xA9x|twelve-bytes\xC3\xA9x 1 7"},
+        {__LINE__, nullptr, 0, "PAL::CThread|PAL::CThread 3 7"}, // the default constructor
     };
     for (const auto& row : rows) {
         CProbeThread defaulted, named(row.name ? row.name : "", static_cast<PAL::CThread::ePriority>(row.priority));
@@ -69,11 +78,14 @@ TEST(ThreadTest, StartAndJoinFollowTheThreadsLifeAndReportEveryRefusal)
         EXPECT_EQ(2, thread.runs);
     }
     auto palCalls = [] { return Morvex_Fault_Calls(MORVEX_FAULT_ThreadCreate) + Morvex_Fault_Calls(MORVEX_FAULT_ThreadWait); };
-    const unsigned long long calls = palCalls();
-    failNext(MORVEX_FAULT_ThreadInit, THREAD_ERROR_INTERNAL);
-    CProbeThread never("never");
-    EXPECT_FALSE(never.start() || never.join());
-    EXPECT_EQ(calls, palCalls());
+    const unsigned long long calls = palCalls(), destroyed = Morvex_Fault_Calls(MORVEX_FAULT_ThreadDeInit);
+    {
+        failNext(MORVEX_FAULT_ThreadInit, THREAD_ERROR_INTERNAL);
+        CProbeThread never("never");
+        EXPECT_FALSE(never.start() || never.join());
+        EXPECT_EQ(calls, palCalls());
+    }
+    EXPECT_EQ(destroyed, Morvex_Fault_Calls(MORVEX_FAULT_ThreadDeInit));
     EXPECT_STREQ("PAL::CThread", PAL::PAL_CTHREAD_NAME.getBuffer());
 }
 

@@ -31,4 +31,6 @@ TEST(Fault, SkipLetsCallsPassCountCallsFailAndThisThreadOnlySparesOthers)
     Morvex_Fault_Arm(MORVEX_FAULT_strcmp, 42, 1);
     std::thread([] { EXPECT_EQ(strcmpResults(1), std::vector<int>{42}); }).join();
     EXPECT_EQ(Morvex_Fault_Calls(MORVEX_FAULT_strcmp) - calls, 11u);
+    Morvex_Fault_Disarm(MORVEX_FAULT_COUNT); // no such function: nothing to do, nothing to count
+    EXPECT_EQ(0u, Morvex_Fault_Calls(MORVEX_FAULT_COUNT));
 }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <utility>
+#include <set>
 #include <vector>
 
 // Filled up again and again and drained by a few each time, against a model that picks
@@ -30,10 +30,17 @@ TEST(MsgQueue, SmallerPrioritiesComeFirstAndEqualOnesInTheOrderSent)
         }
     }
 
+    // More queues at once than the registry first has room for: they may reuse the slot,
+    // never the handle.
     const tMsgQueueHandle stale = queue;
     ASSERT_EQ(MsgQueue_DeInit(&queue), MSGQUEUE_OK);
-    ASSERT_EQ(MsgQueue_Init(&queue, 1), MSGQUEUE_OK); // may reuse the slot, never the handle
-    EXPECT_NE(queue, stale);
+    std::vector<tMsgQueueHandle> queues(17);
+    for (tMsgQueueHandle& each : queues)
+        ASSERT_EQ(MsgQueue_Init(&each, 1), MSGQUEUE_OK);
+    queues.push_back(stale);
+    EXPECT_EQ(std::set(queues.begin(), queues.end()).size(), 18u);
     EXPECT_EQ(MsgQueue_TrySendMsg(stale, nullptr, 0), MSGQUEUE_ERROR_INV_HANDLE);
-    EXPECT_EQ(MsgQueue_DeInit(&queue), MSGQUEUE_OK);
+    EXPECT_EQ(MsgQueue_TrySendMsg(queues[16], nullptr, 0), MSGQUEUE_OK);
+    for (size_t i = 0; i < 17; ++i)
+        EXPECT_EQ(MsgQueue_DeInit(&queues[i]), MSGQUEUE_OK);
 }

@@ -21,7 +21,11 @@ TEST(Trace, EachConversionIsFormattedOnItsOwn)
         {__LINE__, [] { TRACE("%*d%.*s%.*s%%", -4, 7, 2, "abc", 0, "x"); }, {"7   ", "ab", ""}},
         {__LINE__, [] { TRACE("%lld%hhu%hd%zu%jd%tx", LLONG_MIN, 257, 65537, size_t(9), intmax_t(-1), ptrdiff_t(31)); }, {"-9223372036854775808", "1", "1", "9", "-1", "1f"}},
         {__LINE__, [] { TRACE("%#o%X%lu%p%ls%lc", 8u, 255u, 7ul, nullptr, L"wide", wint_t(L'c')); }, {"010", "FF", "7", "(nil)", "wide", "c"}},
-        {__LINE__, [] { TRACE("%s", std::string(300, 'y').c_str()); }, {std::string(MORVEX_TRACE_VALUE_SIZE - 1, 'y')}},
+        {__LINE__, [] { TRACE("%ld%zd%td%llu%ju%d%lc%d", -1L, ssize_t(-2), ptrdiff_t(-3), 4ull, uintmax_t(5), 6, wint_t(0x20AC), 7); },
+         {"-1", "-2", "-3", "4", "5", "6", "", "7"}}, // the euro sign has no form in the C locale
+        // Each value is cut to its size, and the text of all of them to the text's.
+        {__LINE__, [y = std::string(300, 'y')] { TRACE("%s%s%s%s%s", y.c_str(), y.c_str(), y.c_str(), y.c_str(), y.c_str()); },
+         std::vector<std::string>(5, std::string(MORVEX_TRACE_VALUE_SIZE - 1, 'y'))},
         // What can't be interpreted ends the list, and no further argument is read.
         {__LINE__, [] { TRACE("%d%n%d", 1, (int*)nullptr, 2); }, {"1"}},
         {__LINE__, [] { TRACE("%d%Ls%d", 1, "x", 2); }, {"1"}},
