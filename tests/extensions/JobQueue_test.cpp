@@ -5,7 +5,6 @@
 #include "extensions/JobQueue.h"
 
 #include "support/AllocationBalance.h"
-#include "support/JobLedger.h"
 #include "support/TraceExpect.h"
 
 #include "msgqueue.h"
@@ -16,6 +15,7 @@
 #include <climits>
 #include <cstdio>
 #include <map>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -29,11 +29,61 @@ const PAL::CThread::ePriority kNormal = PAL::CThread::PRIORITY_NORMAL;
 const unsigned int kInvalid = CJobQueue::JOB_ID_INVALID;
 const ExpectedTrace kInfo = {0, nullptr, {}};
 
+// What happened to each job, by tag, and the order the jobs ran in; jobs report from
+// the worker, so every access is locked.
+struct Ledger {
+    struct Entry {
+        int runs = 0, deletions = 0;
+        std::thread::id deletedOn;
+    };
+    Entry entry(int tag)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return entries[tag];
+    }
+    std::vector<int> runOrder()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return order;
+    }
+    std::mutex mutex;
+    std::map<int, Entry> entries;
+    std::vector<int> order;
+};
+
+// A job named "job<tag>"; with `started` its Run signals that first, with `release` it
+// then waits for that one.
+struct LedgerJob : CJobQueue::CJob {
+    LedgerJob(Ledger& l, int t, CSemaphore* s, CSemaphore* r)
+        : CJob(("job" + std::to_string(t)).c_str()), ledger(l), tag(t), started(s), release(r)
+    {
+    }
+    ~LedgerJob() override
+    {
+        std::lock_guard<std::mutex> lock(ledger.mutex);
+        ++ledger.entries[tag].deletions;
+        ledger.entries[tag].deletedOn = std::this_thread::get_id();
+    }
+    void Run() override
+    {
+        if (started != nullptr)
+            started->Signal();
+        if (release != nullptr)
+            release->Wait();
+        std::lock_guard<std::mutex> lock(ledger.mutex);
+        ++ledger.entries[tag].runs;
+        ledger.order.push_back(tag);
+    }
+    Ledger& ledger;
+    int tag;
+    CSemaphore *started, *release;
+};
+
 class JobQueueTest : public ::testing::Test {
 protected:
-    osal_kit_test::LedgerJob* job(int tag, CSemaphore* started = nullptr, CSemaphore* release = nullptr)
+    LedgerJob* job(int tag, CSemaphore* started = nullptr, CSemaphore* release = nullptr)
     {
-        return new osal_kit_test::LedgerJob(ledger, tag, started, release);
+        return new LedgerJob(ledger, tag, started, release);
     }
     // Each job deleted exactly once, after as many runs as its tag says: {tag, runs}.
     void expectFates(std::initializer_list<std::pair<int, int>> fates)
@@ -49,7 +99,7 @@ protected:
     }
 
     osal_kit_test::FaultGuard faults;
-    osal_kit_test::JobLedger ledger;
+    Ledger ledger;
     osal_kit_test::TraceCapture capture;
 };
 
@@ -67,8 +117,8 @@ std::string hex(const void* job)
 TEST_F(JobQueueTest, EveryOperationWritesItsRecordsAndIdsCountEverySend)
 {
     CSemaphore running(0);
-    osal_kit_test::LedgerJob *first = job(1), *refused = job(2), *failed = job(3), *last = job(4, &running);
-    std::vector<osal_kit_test::LedgerJob*> waiting = {job(5), job(6), job(7), job(8), job(9)};
+    LedgerJob *first = job(1), *refused = job(2), *failed = job(3), *last = job(4, &running);
+    std::vector<LedgerJob*> waiting = {job(5), job(6), job(7), job(8), job(9)};
     {
         CJobQueue queue(5, "jobs", PAL::CThread::PRIORITY_HIGH, true);
         EXPECT_EQ(1u, queue.Insert(first, 7));
@@ -158,7 +208,7 @@ TEST_F(JobQueueTest, ConcurrentProducersAndFlushesLoseNothingAndKeepOrder)
                     queue.Insert(job(p * 1000 + i), i % 3);
                     unfinished += i % 25 == 24 && !queue.Flush(i / 25 % 2 == p % 2) ? 1 : 0;
                     for (int queued = i - 24; i % 25 == 24 && queued <= i; ++queued) { // all gone
-                        const osal_kit_test::JobLedger::Entry entry = ledger.entry(p * 1000 + queued);
+                        const Ledger::Entry entry = ledger.entry(p * 1000 + queued);
                         unfinished += entry.deletions == 1 && entry.runs <= 1 ? 0 : 1;
                     }
                 }

@@ -14,7 +14,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -259,24 +258,6 @@ TEST_F(ThreadPoolTest, ATaskWhoseThreadCouldNotBeWokenRunsWithTheNextTask)
     EXPECT_TRUE(first.runs.waitFor(1) && second.runs.waitFor(1));
 }
 
-TEST_F(ThreadPoolTest, ManyTasksOnFewQueuesRunOnceInTheOrderOfTheirQueue)
-{
-    const unsigned int queues = 4; // no queue, and queues 1 to 3
-    ASSERT_EQ("", text(pool->Start(2, queues, 0)));
-    std::mutex orderMutex;
-    std::vector<std::vector<unsigned int>> added(queues), ran(queues);
-    for (unsigned int i = 0; i < 40 * queues; ++i) {
-        const unsigned int queueId = i % queues;
-        Probe& task = probe();
-        task.inRun = [&, queueId](Probe& self) { std::lock_guard<std::mutex> lock(orderMutex); ran[queueId].push_back(self.idInRun); };
-        added[queueId].push_back(add(task, "t", queueId));
-        EXPECT_EQ(added[0][0] + i, added[queueId].back()); // ids are issued one after another
-    }
-    for (Probe& task : probes)
-        ASSERT_TRUE(task.deletions.waitFor(1));
-    for (unsigned int q = 1; q < queues; ++q)
-        EXPECT_EQ(added[q], ran[q]) << "queue " << q;
-}
 
 // Threads at positions 0 to 2 run held tasks x (no queue), y (queue 1) and x (no
 // queue), while x (queue 1), z (queue 1) and x (no queue) wait.
@@ -381,31 +362,3 @@ TEST_F(ThreadPoolTest, StopDeletesWaitingTasksUnrunRefusesAllButStatusMeanwhileA
     EXPECT_GE(0, balance.liveBlocksDelta());
 }
 
-// The calls a pool's own threads make, from a thread that is not one of them (or none):
-// refused with their texts, before and after Start, and nothing handed out.
-TEST(ThreadPoolThreadCalls, CallsFromUnknownThreadsAreRefused)
-{
-    PAL::CThreadPool pool("P");
-    EXPECT_EQ("P", text(pool.GetPoolName()));
-    EXPECT_EQ(0, PAL::CThreadPool::poolThread(nullptr));
-    int somewhere = 0;
-    const auto* stranger = reinterpret_cast<const sMorvex_PAL_Thread*>(&somewhere);
-    sMorvex_PAL_Sema* semaphore = nullptr;
-    PAL::IPoolTask* task = nullptr;
-    auto calls = [&](const sMorvex_PAL_Thread* thread) {
-        return text(pool.GetRunTaskSemaphoreHandle(thread, semaphore)) + "|" + text(pool.GetPoolTask(thread, task)) + "|" +
-               text(pool.TaskCompleted(thread));
-    };
-    auto each = [](const std::string& what) {
-        return "CThreadPool::getRunTaskSemaphoreHandle: " + what + " [pool:P]|CThreadPool::getPoolTask: " + what +
-               " [pool:P]|CThreadPool::taskCompleted: " + what + " [pool:P]";
-    };
-    EXPECT_EQ(each("Error: pool is not started"), calls(stranger));
-    ASSERT_EQ("", text(pool.Start(1, 1, 0)));
-    EXPECT_EQ(each("Unexpected: pPalThread==0"), calls(nullptr));
-    const std::string notFound = "CThreadPool::getThreadElementByPalThreadHandle: palThread not found in mThreadsPtrVector [pool:P]";
-    EXPECT_EQ(notFound + "|" + notFound + "|" + notFound, calls(stranger));
-    pool.ThreadExited(stranger);
-    EXPECT_TRUE(semaphore == nullptr && task == nullptr);
-    EXPECT_NE(std::string::npos, status(pool).find("exited-threads:0,"));
-}
