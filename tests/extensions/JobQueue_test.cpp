@@ -5,7 +5,7 @@
 #include "extensions/JobQueue.h"
 
 #include "support/AllocationBalance.h"
-#include "support/TraceExpect.h"
+#include "support/TraceCapture.h"
 
 #include "msgqueue.h"
 

@@ -3,7 +3,7 @@
 #include "os/Mutex.h"
 
 #include "support/AllocationBalance.h"
-#include "support/TraceExpect.h"
+#include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
