@@ -12,6 +12,10 @@
 #include <string>
 #include <tuple>
 
+// Declared here too: Clang leaves the sized forms undeclared unless sized deallocation is on.
+void operator delete(void* p, std::size_t size) noexcept;
+void operator delete[](void* p, std::size_t size) noexcept;
+
 namespace {
 
 using osal_kit_test::failNext;
