@@ -73,6 +73,7 @@ TEST(Refusal, EachCallRefusesBadArgumentsAndTranslatesTheSystemsFailures)
     };
     for (const auto& row : rows)
         EXPECT_EQ(std::vector<int>(row.got.size(), row.expected), row.got) << "row of line " << row.line;
+    EXPECT_EQ(nullptr, Morvex_PAL_memset(nullptr, 0, 4));
     // While any fault is armed, every call takes the long way round, which checks again.
     Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, 0, 0, 1, 1);
     EXPECT_EQ((std::vector<int>{MUTEX_ERROR_INV_HANDLE, MUTEX_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE}),
