@@ -74,6 +74,8 @@ TEST(Refusal, EachCallRefusesBadArgumentsAndTranslatesTheSystemsFailures)
     for (const auto& row : rows)
         EXPECT_EQ(std::vector<int>(row.got.size(), row.expected), row.got) << "row of line " << row.line;
     EXPECT_EQ(nullptr, Morvex_PAL_memset(nullptr, 0, 4));
+    EXPECT_EQ((std::vector<int>{0, -1, 1, 0}), (std::vector<int>{Morvex_PAL_strcmp(nullptr, nullptr), Morvex_PAL_strcmp(nullptr, ""),
+                                                             Morvex_PAL_memcmp("", nullptr, 1), Morvex_PAL_memcmp(nullptr, "", 0)}));
     // While any fault is armed, every call takes the long way round, which checks again.
     Morvex_Fault_ArmEx(MORVEX_FAULT_strcmp, 0, 0, 1, 1);
     EXPECT_EQ((std::vector<int>{MUTEX_ERROR_INV_HANDLE, MUTEX_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE, SEMA_ERROR_INV_HANDLE}),
