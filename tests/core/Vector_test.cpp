@@ -118,6 +118,7 @@ TEST(VectorBaseTest, StorageDoublesFromTheCapacityOrAFloorOfFour)
     const int rows[][4] = { // line, capacity, needed, grown
         {__LINE__, 0, 1, 4}, {__LINE__, 0, 5, 8}, {__LINE__, 3, 4, 4}, {__LINE__, 3, 5, 8}, {__LINE__, 5, 11, 20},
         {__LINE__, 8, 3, 8}, {__LINE__, 1 << 30, (1 << 30) + 1, (1 << 30) + 1}, {__LINE__, 4, INT_MAX, INT_MAX},
+        {__LINE__, INT_MAX / 2, INT_MAX / 2 + 1, INT_MAX - 1},
     };
     for (const auto& [line, capacity, needed, grown] : rows)
         EXPECT_EQ(grown, BaseWithCapacity(capacity).calcNewCapacity(needed)) << "row of line " << line;
