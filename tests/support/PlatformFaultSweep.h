@@ -8,14 +8,12 @@
 #include "support/AllocationSweep.h"
 
 #include "morvex_pal_fault.h"
-#include "morvex_traceout.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <mutex>
 #include <string>
 
 namespace osal_kit_test {
@@ -27,69 +25,6 @@ struct PalFault {
     int code;
 };
 #define OSAL_KIT_PAL_FAULT(function, code) ::osal_kit_test::PalFault{MORVEX_FAULT_##function, #function, code}
-
-// Trace records kept without allocating, so that it can listen while allocations fail:
-// level, source file, format and the first two values of each record, from any thread.
-class TraceTally {
-public:
-    struct Record {
-        int level;
-        const char* sourcePath;  // the library's __FILE__, a literal
-        const char* format;      // a literal or null
-        char values[2][64];
-    };
-
-    TraceTally() { Morvex_TraceOut_SetSink(&TraceTally::sink, this); }
-    ~TraceTally() { Morvex_TraceOut_SetSink(nullptr, nullptr); }
-    TraceTally(const TraceTally&) = delete;
-    TraceTally& operator=(const TraceTally&) = delete;
-
-    // Whether a record of `level` with `format` (nullptr: none) came from a source path
-    // ending in `file`.
-    // With `value`, the record's first value must be that text.
-    bool has(const char* file, int level, const char* format, const char* value = nullptr) const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        for (unsigned int i = 0; i < count_ && i < records_.size(); ++i) {
-            const Record& r = records_[i];
-            if (r.level == level && endsWith(r.sourcePath, file) &&
-                (format == nullptr ? r.format == nullptr : (r.format != nullptr && std::strcmp(r.format, format) == 0)) &&
-                (value == nullptr || std::strcmp(r.values[0], value) == 0))
-                return true;
-        }
-        return false;
-    }
-private:
-    static bool endsWith(const char* path, const char* file)
-    {
-        if (path == nullptr)
-            return false;
-        const std::size_t p = std::strlen(path), f = std::strlen(file);
-        return p >= f && std::strcmp(path + p - f, file) == 0;
-    }
-    static void sink(const sMorvex_TraceRecord* record, void* context)
-    {
-        TraceTally* self = static_cast<TraceTally*>(context);
-        std::lock_guard<std::mutex> lock(self->mutex_);
-        if (self->count_ < self->records_.size()) {
-            Record& r = self->records_[self->count_];
-            r.level = record->level;
-            r.sourcePath = record->sourcePath;
-            r.format = record->format;
-            for (unsigned int v = 0; v < 2; ++v) {
-                const char* value = v < record->valueCount ? record->values[v] : "";
-                const std::size_t length = std::min(std::strlen(value), sizeof r.values[v] - 1);
-                std::memcpy(r.values[v], value, length);
-                r.values[v][length] = '\0';
-            }
-        }
-        ++self->count_;
-    }
-
-    mutable std::mutex mutex_;
-    std::array<Record, 1024> records_{};
-    unsigned int count_ = 0;
-};
 
 // One run of a scenario. The scenario does its set-up, calls arm(), runs the
 // operations under test, each through step(), and calls disarm() before it checks
@@ -158,7 +93,8 @@ inline bool matchesPattern(const char* text, const char* pattern)
     return *text == *pattern && matchesPattern(text + 1, pattern + 1);
 }
 
-// A documented outcome of one platform failure in one step, and whether a sweep met it.
+// A documented outcome of one platform failure in one step (a text it reports or a trace
+// record it leaves), and whether a sweep met it.
 struct ExpectedOutcome {
     int line;
     eMorvex_FaultFunction function;
@@ -178,35 +114,11 @@ void noteOutcome(std::array<ExpectedOutcome, N>& rows, const FaultRun& run, cons
     }
 }
 
-// A documented trace record of one platform failure in one step.
-struct ExpectedRecord {
-    int line;
-    eMorvex_FaultFunction function;
-    const char* step;
-    const char* file;    // the end of the library source path that writes it
-    int level;
-    const char* format;  // nullptr: a record without values
-    const char* value;   // nullptr: any first value
-    bool seen;
-};
-
-// Marks each row whose function failed in its step of `run` and whose record `tally`
-// holds.
-template <std::size_t N>
-void noteRecords(std::array<ExpectedRecord, N>& rows, const FaultRun& run, const TraceTally& tally)
-{
-    for (ExpectedRecord& row : rows) {
-        if (row.function == run.fault().function && run.failedIn(row.step) &&
-            tally.has(row.file, row.level, row.format, row.value))
-            row.seen = true;
-    }
-}
-
 // Fails for each row of `function` that no run met.
-template <typename Row, std::size_t N>
-void expectRowsSeen(const std::array<Row, N>& rows, eMorvex_FaultFunction function)
+template <std::size_t N>
+void expectRowsSeen(const std::array<ExpectedOutcome, N>& rows, eMorvex_FaultFunction function)
 {
-    for (const Row& row : rows) {
+    for (const ExpectedOutcome& row : rows) {
         EXPECT_TRUE(row.function != function || row.seen)
             << "the failure never gave the outcome of the row of line " << row.line << " in " << row.step;
     }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -29,39 +30,45 @@ struct CapturedTrace {
 };
 
 // Installs itself as the trace sink; the destructor puts the default sink back, after
-// which it receives nothing more. Only one capture should be alive at a time.
+// which it receives nothing more. Only one capture should be alive at a time. Records
+// are kept in storage reserved up front (as the library's texts are literals, their
+// pointers are kept), so a capture may listen while allocations are made to fail.
 class TraceCapture {
 public:
-    TraceCapture() { Morvex_TraceOut_SetSink(&TraceCapture::sink, this); }
+    explicit TraceCapture(std::size_t capacity = 1024) : slots_(new sMorvex_TraceRecord[capacity]), capacity_(capacity)
+    {
+        Morvex_TraceOut_SetSink(&TraceCapture::sink, this);
+    }
     ~TraceCapture() { Morvex_TraceOut_SetSink(nullptr, nullptr); }
     TraceCapture(const TraceCapture&) = delete;
     TraceCapture& operator=(const TraceCapture&) = delete;
 
     std::vector<CapturedTrace> records() const
     {
+        auto text = [](const char* t) { return t ? std::string(t) : std::string(); };
         std::lock_guard<std::mutex> lock(mutex_);
-        return records_;
-    }
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        records_.clear();
+        std::vector<CapturedTrace> out;
+        for (const sMorvex_TraceRecord* r = slots_.get(); r != slots_.get() + std::min(count_, capacity_); ++r)
+            out.push_back({r->level, text(r->component), r->reserved, text(r->sourcePath), text(r->traceId), r->line,
+                           r->format != nullptr, text(r->format),
+                           std::vector<std::string>(r->values, r->values + r->valueCount)});
+        return out;
     }
 
 private:
-    static void sink(const sMorvex_TraceRecord* r, void* context)
+    static void sink(const sMorvex_TraceRecord* record, void* context)
     {
-        auto text = [](const char* t) { return t ? std::string(t) : std::string(); };
-        CapturedTrace copy{r->level, text(r->component), r->reserved, text(r->sourcePath), text(r->traceId), r->line,
-                           r->format != nullptr, text(r->format),
-                           std::vector<std::string>(r->values, r->values + r->valueCount)};
         auto* self = static_cast<TraceCapture*>(context);
         std::lock_guard<std::mutex> lock(self->mutex_);
-        self->records_.push_back(std::move(copy));
+        if (self->count_ < self->capacity_)
+            self->slots_[self->count_] = *record;
+        ++self->count_;
     }
 
     mutable std::mutex mutex_;
-    std::vector<CapturedTrace> records_;
+    std::unique_ptr<sMorvex_TraceRecord[]> slots_;
+    const std::size_t capacity_;
+    std::size_t count_ = 0;
 };
 
 // What a test expects of one record; nullptr format: a trace point without values.

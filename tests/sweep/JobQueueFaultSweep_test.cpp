@@ -9,6 +9,7 @@
 
 #include "support/PlatformFaultSweep.h"
 #include "support/SweepLedger.h"
+#include "support/TraceCapture.h"
 #include "support/WaitableCounter.h"
 
 #include "msgqueue.h"
@@ -33,21 +34,22 @@ struct SweepJob : CJobQueue::CJob {
     const int mItem;
 };
 
-#define ROW(function, step, level) {__LINE__, MORVEX_FAULT_##function, step, "JobQueue.cpp", level, nullptr, nullptr, false}
-#define TEXT_ROW(function, step, file, format, value) {__LINE__, MORVEX_FAULT_##function, step, file, 3, format, value, false}
-#define NAMED(function, step) TEXT_ROW(function, step, "JobQueue.cpp", "%s%s", "sweep")
-#define MUTEX(function, step, value) TEXT_ROW(function, step, "os/private/Mutex.cpp", "%s%s", value)
+// A row's pattern matches "<source path>|<level>|<format, - for none>|<first value>" of a record.
+#define RECORD(function, step, pattern) osal_kit_test::ExpectedOutcome{__LINE__, MORVEX_FAULT_##function, step, pattern, false}
+#define ROW(function, step, level) RECORD(function, step, "*/JobQueue.cpp|" #level "|-|*")
+#define NAMED(function, step) RECORD(function, step, "*/JobQueue.cpp|3|%s%s|sweep")
+#define MUTEX(function, step, value) RECORD(function, step, "*os/private/Mutex.cpp|3|%s%s|" value)
 
 // Failures the queue does not report (a refused join or semaphore release, the
 // counters' own mutex) have no row.
-std::array<osal_kit_test::ExpectedRecord, 22> records = {{
+std::array<osal_kit_test::ExpectedOutcome, 22> records = {{
     ROW(MsgQueue_Init, "Create", 3), NAMED(MsgQueue_Init, "Create"), NAMED(MsgQueue_TrySendMsg, "Insert"),
     ROW(SemaInit, "Flush", 3), NAMED(MsgQueue_SendMsg, "Flush"), ROW(MsgQueue_SendMsg, "Flush", 3),
     ROW(MsgQueue_GetStatus, "GetFillLevel", 3), ROW(MsgQueue_GetStatus, "DiscardDeferred", 3),
     ROW(MsgQueue_ReceiveMsg, "DiscardDeferred", 3), ROW(MsgQueue_DeInit, "Destroy", 3),
     ROW(ThreadCreate, "FlushDeferred", 3), ROW(ThreadCreate, "StartProcessing", 3), ROW(ThreadCreate, "CreateStarted", 3),
     ROW(ThreadInit, "Create", 3), ROW(SemaWait, "Flush", 4), ROW(SemaTryWait, "Flush", 3), ROW(zmalloc, "Flush", 3),
-    TEXT_ROW(MutexInit, "Create", "os/private/Mutex.cpp", "%s", "CJobQueue::mMutex"),
+    RECORD(MutexInit, "Create", "*os/private/Mutex.cpp|3|%s|CJobQueue::mMutex"),
     MUTEX(MutexWait, "Insert", "MUTEX_ERROR_WAIT_FAILED"), MUTEX(MutexWait, "Destroy", "MUTEX_ERROR_WAIT_FAILED"),
     MUTEX(MutexSignal, "Insert", "MUTEX_ERROR_SIGNAL_FAILED"), MUTEX(MutexDeInit, "Destroy", "MUTEX_ERROR_DEINIT_FAILED"),
 }};
@@ -60,7 +62,7 @@ void queueLife(FaultRun& run)
     SweepJob* jobs[8];
     for (int i = 0; i < 8; ++i)
         jobs[i] = new SweepJob(ledger, i);
-    osal_kit_test::TraceTally tally;
+    osal_kit_test::TraceCapture capture;
     // Another thread inserts one job late in the queue's life: whatever failed before
     // must not have left the queue's lock held.
     osal_kit_test::WaitableCounter go, done;
@@ -100,7 +102,11 @@ void queueLife(FaultRun& run)
         delete jobs[i];
     ledger.expectEachDeletedOnce(8);
     EXPECT_EQ(0, ledger.runs(refused)) << "a job offered while refusing ran";
-    osal_kit_test::noteRecords(records, run, tally);
+    for (const osal_kit_test::CapturedTrace& r : capture.records()) {
+        const std::string summary = r.sourcePath + "|" + std::to_string(r.level) + "|" + (r.hasFormat ? r.format : "-") +
+                                    "|" + (r.values.empty() ? "" : r.values[0]);
+        osal_kit_test::noteOutcome(records, run, summary.c_str());
+    }
 }
 
 #define FAULT(function, code) OSAL_KIT_PAL_FAULT(function, code)
