@@ -9,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -75,23 +73,6 @@ TEST(StringTest, CopiesShareAndWritesUnshare)
     EXPECT_EQ("alpha" "gamma" "alpha" "gamma" "gamma", bytes(a) + bytes(b) + bytes(c) + bytes(third) + bytes(fourth));
     for (const CString* s : std::initializer_list<const CString*>{&a, &b, &c, &third, &fourth})
         EXPECT_EQ(1u, blockOf(*s)->mRefCount);
-}
-
-// Copies made and dropped on many threads keep the count exact.
-TEST(StringTest, CopiesOnManyThreadsKeepTheCountExact)
-{
-    const CString shared("shared across threads");
-    std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t)
-        workers.emplace_back([&shared] {
-            for (int i = 0; i < 5000; ++i) {
-                CString copy = shared, other;
-                other = copy;
-            }
-        });
-    for (std::thread& worker : workers)
-        worker.join();
-    EXPECT_EQ(1u, blockOf(shared)->mRefCount);
 }
 
 // A lead whose followers reach the terminator takes it, and what would lie beyond it, as

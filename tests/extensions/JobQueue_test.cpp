@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <map>
@@ -191,36 +190,6 @@ TEST_F(JobQueueTest, ADeferredQueueHoldsItsJobsUntilStartedOrFlushed)
         EXPECT_EQ(way == 2, std::this_thread::get_id() == ledger.entry(base).deletedOn) << way;
     }
     EXPECT_EQ((std::vector<int>{3, 1, 0, 2, 4, 5, 13, 11, 10, 12, 14, 15}), ledger.runOrder());
-}
-
-// Producers insert and flush (discarding or not) at once: every job is deleted exactly
-// once and runs at most once, each flush has seen its producer's jobs through, and the
-// jobs of one producer and priority run in the order inserted.
-TEST_F(JobQueueTest, ConcurrentProducersAndFlushesLoseNothingAndKeepOrder)
-{
-    std::atomic<int> unfinished{0};
-    {
-        CJobQueue queue(32, "jobs", kNormal, false);
-        std::vector<std::thread> producers;
-        for (int p = 1; p <= 4; ++p) {
-            producers.emplace_back([&, p] {
-                for (int i = 0; i < 150; ++i) {
-                    queue.Insert(job(p * 1000 + i), i % 3);
-                    unfinished += i % 25 == 24 && !queue.Flush(i / 25 % 2 == p % 2) ? 1 : 0;
-                    for (int queued = i - 24; i % 25 == 24 && queued <= i; ++queued) { // all gone
-                        const Ledger::Entry entry = ledger.entry(p * 1000 + queued);
-                        unfinished += entry.deletions == 1 && entry.runs <= 1 ? 0 : 1;
-                    }
-                }
-            });
-        }
-        for (std::thread& producer : producers)
-            producer.join();
-    }
-    EXPECT_EQ(0, unfinished.load());
-    std::map<int, int> lastRun;
-    for (int tag : ledger.runOrder())
-        EXPECT_LT(std::exchange(lastRun.emplace(tag / 1000 * 10 + tag % 1000 % 3, -1).first->second, tag), tag);
 }
 
 } // namespace

@@ -148,39 +148,6 @@ protected:
 
 } // namespace
 
-TEST(ThreadPoolFactory, AnyNameMakesAPoolWhoseTextsEndInItWhole)
-{
-    // Names around and past the usual 256-byte text: every text keeps its whole tail.
-    for (const std::size_t length : {0u, 230u, 243u, 256u, 300u, 1000u}) {
-        SCOPED_TRACE(length);
-        const std::string name(length, 'n'), tail = " [pool:" + name + "]";
-        std::unique_ptr<IThreadPool> named(PAL::CThreadPoolFactory::Create(name.c_str()));
-        ASSERT_NE(nullptr, named);
-        EXPECT_EQ("CThreadPool::stop: Error: pool is not started" + tail,
-                  text(named->Stop(IThreadPool::eFinishRunningTasks)));
-        ASSERT_EQ("", text(named->Start(1, 1, 0)));
-        EXPECT_EQ("CThreadPool::stop: unknown shutdownPolicy: 2" + tail,
-                  text(named->Stop(static_cast<IThreadPool::eShutdownPolicy>(2))));
-        unsigned int taskId = 1;
-        EXPECT_EQ("CThreadPool::addTask: Error: taskName is empty" + tail, text(named->AddTask("", nullptr, 0, taskId)));
-        EXPECT_EQ("Status of thread-pool ['" + name + "', minThr:1, maxThr:1, started:true, shutdown:false]: "
-                  "tasks-list size:0, initialized-threads:1 (idle:1, busy:0), uninitialized-threads:0, "
-                  "exited-threads:0, busy-queue_ids:[]",
-                  status(*named));
-    }
-}
-
-TEST_F(ThreadPoolTest, PoolThatWasNeverStartedRefusesAllButIsIdleAndStatus)
-{
-    expectRefusals(*pool, "Error: pool is not started");
-    EXPECT_TRUE(pool->IsIdle());
-    EXPECT_EQ("Status of thread-pool ['P', minThr:0, maxThr:0, started:false, shutdown:false]: tasks-list size:0, "
-              "initialized-threads:0 (idle:0, busy:0), uninitialized-threads:0, exited-threads:0, busy-queue_ids:[]",
-              status(*pool));
-    EXPECT_EQ("CThreadPool::abortAllTasks: Error: pool is not started [pool:P]|", // emptied first
-              filled<IThreadPool::AbortedTaskInfo>([&](AbortedList& l) { return pool->AbortAllTasks(l); }));
-}
-
 TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriority)
 {
     const struct { int line; unsigned int minimum, maximum; int priority; const char* expected; } rows[] = {
@@ -209,6 +176,8 @@ TEST_F(ThreadPoolTest, StartChecksItsArgumentsAndMakesEveryThreadAtThePoolPriori
               started);
     EXPECT_EQ("CThreadPool::start: pool already started [pool:P]", text(pool->Start(1, 5, 1)));
     EXPECT_EQ(started, status(*pool));
+    EXPECT_EQ("CThreadPool::stop: unknown shutdownPolicy: 2 [pool:P]",
+              text(pool->Stop(static_cast<IThreadPool::eShutdownPolicy>(2))));
 }
 
 TEST_F(ThreadPoolTest, WaitingTasksGoToTheLowestIdleThreadAndOneQueueRunsOneTaskAtATime)
@@ -306,6 +275,7 @@ TEST_F(ThreadPoolTest, AbortsAndQueriesSeeRunningTasksByPositionThenWaitingOnes)
         {__LINE__, "CThreadPool::addTask: Error: illegal queueId: 4 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("", 4, l); }},
         {__LINE__, "CThreadPool::addTask: Error: illegal queueId: -1 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("t", ~0u, l); }},
         {__LINE__, "CThreadPool::addTask: Error: pPoolTask==0 [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("t", 0, l); }},
+        {__LINE__, "CThreadPool::addTask: Error: taskName is empty [pool:P]|:0:0w", [&](AbortedList& l) { return refusedAdd("", 0, l); }},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.expected, filled<IThreadPool::AbortedTaskInfo>(row.call)) << "row of line " << row.line;
