@@ -194,15 +194,15 @@ public:
         mTaskId = nextTaskId();
     }
 
-    // What deleting the element does to its task and name, leaving the element reusable.
+    // What deleting the element does to its task, leaving the element reusable. The name
+    // stays until the element carries another, so that a task added under the name of the
+    // one before it shares it without counting: a copy and a release each take the
+    // process-wide counter mutex, which the adding thread and the pool's threads would
+    // otherwise pass between them on every task.
     void release()
     {
         delete mpPoolTask;
         mpPoolTask = 0;
-        // Back on the shared empty block without counting it: assigning an empty string
-        // would take the process-wide counter mutex once more per task.
-        mTaskName.~CString();
-        new (&mTaskName) CString();
     }
 
     unsigned int mTaskId;
